@@ -1,0 +1,36 @@
+// TPersistent: the root of everything that has published properties: components, pins, regions, collections.
+#pragma once
+#include <string>
+#include <vector>
+
+#include "pantiq/host/PQClassInfo.h"
+#include "pantiq/host/PQClassTag.h"
+#include "pantiq/host/PQStatus.h"
+
+namespace pantiq {
+
+class PQ_EXPORT TPersistent {
+ public:
+  static const PQClassTag kTag;
+  TPersistent() = default;
+  TPersistent(const TPersistent&) = delete;
+  TPersistent& operator=(const TPersistent&) = delete;
+  virtual ~TPersistent() = default;
+
+  virtual const PQClassTag& Tag() const noexcept { return kTag; }
+
+  // The description of the object's class. Owned by the class, lives for ever.
+  virtual const PQClassInfo& ClassInfo() const;
+
+  // Properties that this one object has beside those of its class: parameters of a plug-in, pins of a list.
+  virtual std::vector<PQProperty> InstanceProperties() const { return {}; }
+
+  // Makes this object's published values equal to the source's, through the setters, property by property; what the
+  // source does not publish under the same name and kind stays. Nested objects and collections are assigned in turn.
+  virtual void Assign(const TPersistent& source);
+
+  // For objects that stand for a link to another one (connected pins): its text form, "Name.OutputPin"; empty if none.
+  virtual std::string GetSaveName() const { return {}; }
+};
+
+}  // namespace pantiq
