@@ -8,11 +8,15 @@
 #pragma once
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "pantiq/host/PQPersistent.h"
 
 namespace pantiq {
+
+// True for letters, digits and underscores, not starting with a digit: what names of components look like.
+PQ_EXPORT bool PQIsIdentifier(std::string_view text);
 
 class PQ_EXPORT TComponent : public TPersistent {
  public:

@@ -1,6 +1,8 @@
 // TPersistent: the root of everything that has published properties: components, pins, regions, collections.
 #pragma once
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "pantiq/host/PQClassInfo.h"
@@ -12,6 +14,7 @@ namespace pantiq {
 class PQ_EXPORT TPersistent {
  public:
   static const PQClassTag kTag;
+  static const PQClassInfo& Class();
   TPersistent() = default;
   TPersistent(const TPersistent&) = delete;
   TPersistent& operator=(const TPersistent&) = delete;
@@ -32,5 +35,11 @@ class PQ_EXPORT TPersistent {
   // For objects that stand for a link to another one (connected pins): its text form, "Name.OutputPin"; empty if none.
   virtual std::string GetSaveName() const { return {}; }
 };
+
+// The properties of the object's class, then those that this one object has.
+PQ_EXPORT std::vector<PQProperty> PQAllProperties(const TPersistent& object);
+
+// A property of the class or of this one object, by name, case matters; empty if there is none.
+PQ_EXPORT std::optional<PQProperty> PQFindProperty(const TPersistent& object, std::string_view name);
 
 }  // namespace pantiq

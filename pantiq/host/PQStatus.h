@@ -20,7 +20,7 @@ enum class PQCode {
   Failed,        // anything else
 };
 
-class [[nodiscard]] PQ_EXPORT PQStatus {
+class [[nodiscard, gnu::visibility("default")]] PQStatus {
  public:
   PQStatus() noexcept = default;
   PQStatus(PQCode code, std::string text) : state_(std::make_unique<State>(State{code, std::move(text)})) {}
