@@ -56,6 +56,9 @@ enum class PQActs : std::uint8_t { Now, NextFrame, NextStart };
 // Which way operations pass a pin.
 enum class PQPinRole : std::uint8_t { None, Sink, Source, State };
 
+// What a text property that names a file is used for.
+enum class PQFileUse : std::uint8_t { None, Read, Write };
+
 struct PQWord {
   std::string_view name;
   std::int64_t value;
@@ -74,13 +77,15 @@ struct PQProperty {
   PQKind kind = PQKind::Integer;
   PQActs acts = PQActs::NextFrame;
   PQPinRole pin_role = PQPinRole::None;
-  bool stored = true;        // false: shown and settable, never written by a stream
+  bool stored = true;  // false: shown and settable, never written by a stream
+  bool gauge = false;  // read only: a figure that moves while a graph runs (depth of a queue, frames dropped)
+  PQFileUse file_use = PQFileUse::None;
   bool is_default_of_class = false;  // the property that a bare value in a launch line sets
-  int order = 0;             // graphs set properties in rising order, then in order of declaration
+  int order = 0;                     // graphs set properties in rising order, then in order of declaration
   std::int64_t low = 0, high = 0;    // what the type holds (integers)
   bool single_precision = false;     // floats: 32 bits
   PQValue default_value;
-  PQValue useful_low, useful_high;   // guides people; clamps nothing
+  PQValue useful_low, useful_high;  // guides people; clamps nothing
   std::vector<PQWord> words;
   std::vector<std::pair<std::string, PQValue>> object_defaults;  // Object: defaults other than the class's own
 
@@ -93,7 +98,6 @@ struct PQProperty {
 
 class PQ_EXPORT PQClassInfo {
  public:
-
   const std::string& Name() const { return name_; }
   const std::string& Unit() const { return unit_; }
   const std::string& Help() const { return help_; }
@@ -129,7 +133,7 @@ struct PQDefault {
   V value;
   explicit PQDefault(V v) : value(std::move(v)) {}
 };
-PQDefault(const char*) -> PQDefault<std::string>;
+PQDefault(const char*)->PQDefault<std::string>;
 template <class V>
 struct PQUseful {
   V low, high;
@@ -145,6 +149,10 @@ struct PQOrder {
 };
 struct PQNotStored {};
 struct PQBareValue {};  // this property takes a bare value in a launch line
+struct PQFile {         // this text names a file that is read, or one that is written
+  PQFileUse use;
+  explicit PQFile(PQFileUse u) : use(u) {}
+};
 struct PQObjectDefaults {
   std::vector<std::pair<std::string, PQValue>> values;
 };
@@ -225,6 +233,7 @@ inline void ApplyOption(PQProperty& p, const PQUnit& o) { p.unit = o.text; }
 inline void ApplyOption(PQProperty& p, const PQOrder& o) { p.order = o.order; }
 inline void ApplyOption(PQProperty& p, PQNotStored) { p.stored = false; }
 inline void ApplyOption(PQProperty& p, PQBareValue) { p.is_default_of_class = true; }
+inline void ApplyOption(PQProperty& p, PQFile o) { p.file_use = o.use; }
 inline void ApplyOption(PQProperty& p, PQActs o) { p.acts = o; }
 inline void ApplyOption(PQProperty& p, const PQObjectDefaults& o) { p.object_defaults = o.values; }
 inline void ApplyOption(PQProperty& p, const char* help) { p.help = help; }
@@ -263,6 +272,19 @@ class PQDescribe {
         (static_cast<T&>(object).*set)(detail::FromValue<V>(value));
         return {};
       }
+    };
+    (detail::ApplyOption(p, options), ...);
+    return Add(std::move(p));
+  }
+
+  // A figure that a running component shows: read only, never stored.
+  template <class G, class C, class... Options>
+  PQDescribe& Gauge(const char* name, G (C::*get)() const, const Options&... options) {
+    PQProperty p;
+    p.name = name, p.stored = false, p.gauge = true, p.acts = PQActs::Now;
+    detail::DescribeType<std::remove_cvref_t<G>>(p);
+    p.get = [get](const TPersistent& object) {
+      return detail::ToValue<std::remove_cvref_t<G>>((static_cast<const T&>(object).*get)());
     };
     (detail::ApplyOption(p, options), ...);
     return Add(std::move(p));

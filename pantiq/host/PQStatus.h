@@ -11,13 +11,13 @@ namespace pantiq {
 
 enum class PQCode {
   Ok = 0,
-  BadValue,      // a value that the type cannot hold, or text that is no value
-  NotFound,      // no such class, property, pin, file
-  Refused,       // understood and not allowed (a cycle, two sinks, an existing output)
-  BadFormat,     // text or bytes that are not of the expected form
-  Io,            // the operating system said no
-  Missing,       // a part of the platform is not installed
-  Failed,        // anything else
+  BadValue,   // a value that the type cannot hold, or text that is no value
+  NotFound,   // no such class, property, pin, file
+  Refused,    // understood and not allowed (a cycle, two sinks, an existing output)
+  BadFormat,  // text or bytes that are not of the expected form
+  Io,         // the operating system said no
+  Missing,    // a part of the platform is not installed
+  Failed,     // anything else
 };
 
 class [[nodiscard, gnu::visibility("default")]] PQStatus {
@@ -25,7 +25,7 @@ class [[nodiscard, gnu::visibility("default")]] PQStatus {
   PQStatus() noexcept = default;
   PQStatus(PQCode code, std::string text) : state_(std::make_unique<State>(State{code, std::move(text)})) {}
   PQStatus(const PQStatus& other) : state_(other.state_ ? std::make_unique<State>(*other.state_) : nullptr) {}
-  PQStatus(PQStatus&&) noexcept = default;
+  PQStatus(PQStatus &&) noexcept = default;
   PQStatus& operator=(const PQStatus& other) {
     state_ = other.state_ ? std::make_unique<State>(*other.state_) : nullptr;
     return *this;

@@ -7,6 +7,7 @@
 
 #include "pantiq/host/PQClassInfo.h"
 #include "pantiq/host/PQPersistent.h"
+#include "pantiq/host/PQPicture.h"
 #include "pantiq/host/PQTextLiteral.h"
 
 namespace pantiq {
@@ -45,7 +46,8 @@ std::string FormatFloat(double value, bool single_precision) {
     std::string text = (bits & kSignBit) != 0 ? "-nan" : "nan";
     if ((bits & ~kSignBit) != kPlainNan) {
       char buffer[24];
-      text += "($" + std::string(buffer, std::to_chars(buffer, buffer + sizeof buffer, bits & ~kSignBit, 16).ptr) + ")";
+      const char* const end = std::to_chars(buffer, buffer + sizeof buffer, bits & ~kSignBit, 16).ptr;
+      text.append("($").append(buffer, static_cast<std::size_t>(end - buffer)).append(")");
     }
     return text;
   }
@@ -648,6 +650,13 @@ PQStatus PQSetProperty(TPersistent& object, const PQProperty& property, const PQ
     if (status.Ok() || status.Text().starts_with(property.name + ":")) return status;
     return {status.Code(), property.name + ": " + status.Text()};
   };
+  if (property.kind == PQKind::Picture && property.object) {
+    TPicture* const picture = PQCast<TPicture>(property.object(object));
+    if (picture != nullptr && (value.Text() != nullptr || value.Bytes() != nullptr)) {
+      return named(picture->SetStored(value));
+    }
+    return named(NoValue(property, FormatListed(value)));
+  }
   if (!property.set) {
     return {PQCode::Refused, property.name + ": cannot be set" + (property.get ? "; it is only read" : "") +
                                  "; expected " + (property.get ? "a property that can be set" : PQExpected(property))};
