@@ -68,8 +68,6 @@ constexpr std::int32_t PQPixelSize(TPQVideoFormat format) noexcept {
   return format == vfRGB24 ? 3 : format == vfYUY2 ? 2 : format == vfGrayScale ? 1 : 0;
 }
 
-class TPQBitmap;
-
 class IPQImageBuffer : public IRWDataBuffer {
  public:
   PQ_EXPORT static const PQClassTag kTag;
@@ -81,7 +79,7 @@ class IPQImageBuffer : public IRWDataBuffer {
 
   // Fills the frame from a bitmap of its size; a frame of another size takes the bitmap's, vfRGB24.
   virtual void LoadBitmap(const TBitmap& bitmap) = 0;
-  virtual void LoadPQBitmap(const TPQBitmap& bitmap) = 0;
+  void LoadPQBitmap(const TPQBitmap& bitmap) { LoadBitmap(bitmap); }
 
   std::int32_t GetWidth() const noexcept { return width_; }
   std::int32_t GetHeight() const noexcept { return height_; }
@@ -149,7 +147,6 @@ class PQ_EXPORT TPQImageBuffer final : public IPQImageBuffer {
   std::uint8_t* Write() override;
   std::uint8_t* Modify() override;
   void LoadBitmap(const TBitmap& bitmap) override;
-  void LoadPQBitmap(const TPQBitmap& bitmap) override;
   void SetFormat(TPQVideoFormat format) override;
   TColor GetPixel(std::int32_t x, std::int32_t y) const override;
   void SetSize(std::int32_t width, std::int32_t height) override;
@@ -164,12 +161,6 @@ class PQ_EXPORT TPQImageBuffer final : public IPQImageBuffer {
  private:
   void CopyFrom(const IPQImageBuffer& source) noexcept;
   PQRef<PQFrameBlock> block_;
-};
-
-// The toolkit's off-screen bitmap, used to rasterise a picture: 24-bit pixels with the same size operations as a frame.
-class PQ_EXPORT TPQBitmap : public TBitmap {
- public:
-  TBitmap& Canvas = *this;
 };
 
 }  // namespace pantiq
