@@ -2,6 +2,7 @@
 #pragma once
 
 #include "pantiq/kernels/PQCpu.h"
+#include "pantiq/kernels/PQDispatcher.h"
 #include "pantiq/kernels/PQVariants.h"
 
 // The four entries of a kernel in the order px, a6, w7, t7; what the pattern or the build lacks is null.

@@ -23,6 +23,7 @@ inline constexpr IppStatus ippStsNullPtrErr = -8;              // a required poi
 inline constexpr IppStatus ippStsMemAllocErr = -9;             // a temporary buffer could not be had
 inline constexpr IppStatus ippStsStepErr = -14;                // a step below 1
 inline constexpr IppStatus ippStsThresholdErr = -18;           // a lower threshold above its upper threshold
+inline constexpr IppStatus ippStsMirrorFlipErr = -21;          // an axis other than 0, 1, 2
 inline constexpr IppStatus ippStsInterpolationErr = -22;       // an interpolation code other than 1, 2, 4, 16
 inline constexpr IppStatus ippStsResizeFactorErr = -23;        // a resize factor not above zero
 inline constexpr IppStatus ippStsMaskSizeErr = -33;            // a mask size or code that the kernel does not take
@@ -31,6 +32,7 @@ inline constexpr IppStatus ippStsStrideErr = -37;              // erode, dilate:
 inline constexpr IppStatus ippStsRectErr = -57;                // warp transforms: an empty rectangle
 inline constexpr IppStatus ippStsQuadErr = -58;                // warp transforms: a degenerate quadrangle
 inline constexpr IppStatus ippStsZeroMaskValuesErr = -59;      // erode, dilate: a mask of zeros only
+inline constexpr IppStatus ippStsChannelOrderErr = -60;        // a channel number other than 0, 1, 2
 inline constexpr IppStatus ippStsHistoNofLevelsErr = -107;     // fewer than 2 histogram levels
 inline constexpr IppStatus ippStsResizeNoOperationErr = -201;  // a resize target without pixels
 
