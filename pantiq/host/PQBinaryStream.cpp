@@ -94,7 +94,7 @@ void PQBinaryWriter::Object(const TPersistent& object) { Properties(const_cast<T
 
 void PQBinaryWriter::Properties(TPersistent& object, const PQProperty* outer) {
   Tag(PQTag::Properties);
-  std::vector<PQProperty> all = PQAllProperties(object);
+  std::vector<PQProperty> all = PQAllProperties(object, outer);
   std::stable_sort(all.begin(), all.end(), [](const PQProperty& a, const PQProperty& b) { return a.order < b.order; });
   for (PQProperty& property : all) {
     if (property.stored) Property(object, PQWithOuterDefault(outer, std::move(property)));
@@ -354,20 +354,20 @@ void PQBinaryReader::BadProperty(const Place& place, const std::string& path, st
 
 bool PQBinaryReader::ReadObject(TPersistent& object, std::string_view name, std::vector<PQBinaryLink>& links) {
   if (!Take(PQTag::Properties)) return Malformed("an object's properties are missing", "tag 14");
-  return ReadProperties(object, {std::string(name), {}}, links, 1);
+  return ReadProperties(object, nullptr, {std::string(name), {}}, links, 1);
 }
 
-bool PQBinaryReader::ReadProperties(TPersistent& object, const Place& place, std::vector<PQBinaryLink>& links,
-                                    int depth) {
+bool PQBinaryReader::ReadProperties(TPersistent& object, const PQProperty* held_by, const Place& place,
+                                    std::vector<PQBinaryLink>& links, int depth) {
   if (depth > kPQMostNesting) return Malformed("objects are nested too deeply", "at most 64 levels");
   while (!Take(PQTag::End)) {
     const std::size_t offset = pos_;
     std::string name;
     if (!ReadText(name)) return false;
-    const std::optional<PQProperty> property = PQFindProperty(object, name);
+    const std::optional<PQProperty> property = PQFindProperty(object, name, held_by);
     if (!property) {
       std::vector<std::string> names;
-      for (PQProperty& known : PQAllProperties(object)) names.push_back(std::move(known.name));
+      for (PQProperty& known : PQAllProperties(object, held_by)) names.push_back(std::move(known.name));
       const std::string nearest = PQNearest(name, names);
       const std::string shown = PQQuote(std::string_view(name).substr(0, 60));
       BadProperty(place, shown, offset,
@@ -419,7 +419,7 @@ bool PQBinaryReader::ReadProperty(TPersistent& object, const PQProperty& propert
     case PQKind::Object:
     case PQKind::PinList:
       if (tag != PQTag::Properties || part == nullptr) return unfit();
-      return ReadProperties(*part, {place.component, place.prefix + path + "."}, links, depth + 1);
+      return ReadProperties(*part, &property, {place.component, place.prefix + path + "."}, links, depth + 1);
     case PQKind::Collection: {
       TCollection* const collection = PQCast<TCollection>(part);
       if (tag != PQTag::Collection || collection == nullptr) return unfit();
@@ -430,7 +430,7 @@ bool PQBinaryReader::ReadProperty(TPersistent& object, const PQProperty& propert
           return Malformed("there are too many items", "at most " + std::to_string(kPQMostStreamItems));
         }
         const std::string prefix = place.prefix + path + "[" + std::to_string(index) + "].";
-        if (!ReadProperties(*collection->Add(), {place.component, prefix}, links, depth + 1)) return false;
+        if (!ReadProperties(*collection->Add(), nullptr, {place.component, prefix}, links, depth + 1)) return false;
       }
       return ok_;
     }

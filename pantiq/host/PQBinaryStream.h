@@ -113,7 +113,8 @@ class PQ_EXPORT PQBinaryReader {
   bool ReadCounted(std::string_view& bytes);
   bool ReadValueOf(PQTag tag, PQValue& value, int depth);
   bool SkipValue(PQTag tag, int depth);
-  bool ReadProperties(TPersistent& object, const Place& place, std::vector<PQBinaryLink>& links, int depth);
+  bool ReadProperties(TPersistent& object, const PQProperty* held_by, const Place& place,
+                      std::vector<PQBinaryLink>& links, int depth);
   bool ReadProperty(TPersistent& object, const PQProperty& property, const Place& place, const std::string& path,
                     std::vector<PQBinaryLink>& links, int depth);
   bool ReadSet(const PQProperty& property, PQValue& value, std::string& unknown);

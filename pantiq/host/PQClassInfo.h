@@ -94,6 +94,8 @@ struct PQProperty {
   std::function<PQStatus(TPersistent&, const PQValue&)> set;
   // Objects, collections, pictures and pins: the thing itself.
   std::function<TPersistent*(TPersistent&)> object;
+  // Lists of pins: a property for each pin of the list that `object` gave, in the list's order.
+  std::function<std::vector<PQProperty>(const TPersistent&)> parts;
 };
 
 class PQ_EXPORT PQClassInfo {
@@ -133,7 +135,7 @@ struct PQDefault {
   V value;
   explicit PQDefault(V v) : value(std::move(v)) {}
 };
-PQDefault(const char*)->PQDefault<std::string>;
+PQDefault(const char*) -> PQDefault<std::string>;
 template <class V>
 struct PQUseful {
   V low, high;
@@ -229,6 +231,23 @@ void ApplyOption(PQProperty& p, const PQUseful<V>& o) {
     p.useful_low = ToValue(o.low), p.useful_high = ToValue(o.high);
   }
 }
+// The pins of a list as properties of it: "InputPins.Pin1".
+template <class P>
+std::vector<PQProperty> PinParts(const TPersistent& persistent) {
+  const P& list = static_cast<const P&>(persistent);
+  std::vector<PQProperty> parts;
+  for (int i = 0; i < list.GetCount(); ++i) {
+    auto* const pin = list.GetPin(i);
+    if (pin == nullptr) continue;
+    PQProperty p;
+    p.name = list.GetPinName(i), p.type_name = pin->Tag().Name();
+    p.kind = PQKind::Pin, p.pin_role = P::kRole, p.acts = PQActs::Now;
+    p.object = [pin](TPersistent&) -> TPersistent* { return pin; };
+    parts.push_back(std::move(p));
+  }
+  return parts;
+}
+
 inline void ApplyOption(PQProperty& p, const PQUnit& o) { p.unit = o.text; }
 inline void ApplyOption(PQProperty& p, const PQOrder& o) { p.order = o.order; }
 inline void ApplyOption(PQProperty& p, PQNotStored) { p.stored = false; }
@@ -311,6 +330,7 @@ class PQDescribe {
     p.name = name, p.kind = P::kIsPinList ? PQKind::PinList : PQKind::Pin;
     p.type_name = P::kTag.Name(), p.pin_role = P::kRole, p.acts = PQActs::Now;
     p.object = [pin](TPersistent& object) -> TPersistent* { return &(static_cast<T&>(object).*pin); };
+    if constexpr (P::kIsPinList) p.parts = [](const TPersistent& list) { return detail::PinParts<P>(list); };
     (detail::ApplyOption(p, options), ...);
     return Add(std::move(p));
   }

@@ -14,9 +14,9 @@ bool IsNameByte(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
 }
 
-std::vector<std::string> Names(const TPersistent& object) {
+std::vector<std::string> Names(const TPersistent& object, const PQProperty* held_by) {
   std::vector<std::string> names;
-  for (const PQProperty& p : PQAllProperties(object)) names.push_back(p.name);
+  for (const PQProperty& p : PQAllProperties(object, held_by)) names.push_back(p.name);
   return names;
 }
 
@@ -77,6 +77,8 @@ std::string PQPathName(std::string_view name) { return PQIsIdentifier(name) ? st
 bool PQFollowPath(TPersistent& root, const std::vector<PQPathStep>& steps, bool make_items, PQPathEnd& end,
                   PQFault& fault) {
   TPersistent* object = &root;
+  PQProperty holder;  // what `object` is the thing of, below the root
+  const PQProperty* held_by = nullptr;
   std::string path;  // so far, for messages
   const auto fail = [&](const PQPathStep& step, std::string value, std::string expected, std::string nearest) {
     fault.column = static_cast<int>(step.begin) + 1;
@@ -110,10 +112,14 @@ bool PQFollowPath(TPersistent& root, const std::vector<PQPathStep>& steps, bool 
         }
         path += here;
         object = collection->GetItem(step.index);
+        held_by = nullptr;
         if (last) return fail(step, "an item alone takes no value", "a property of it, as [0].Property", {});
         continue;
       }
       std::vector<PQProperty> own = object->InstanceProperties();
+      if (held_by != nullptr && held_by->parts) {
+        for (PQProperty& p : held_by->parts(*object)) own.push_back(std::move(p));
+      }
       if (static_cast<std::size_t>(step.index) >= own.size()) {
         return fail(step, "there is nothing of number " + std::to_string(step.index),
                     own.empty() ? "a property by its name" : "an index from 0 to " + std::to_string(own.size() - 1),
@@ -122,9 +128,9 @@ bool PQFollowPath(TPersistent& root, const std::vector<PQPathStep>& steps, bool 
       end.property = std::move(own[static_cast<std::size_t>(step.index)]);
       path += here;
     } else {
-      std::optional<PQProperty> found = PQFindProperty(*object, step.name);
+      std::optional<PQProperty> found = PQFindProperty(*object, step.name, held_by);
       if (!found) {
-        const std::vector<std::string> names = Names(*object);
+        const std::vector<std::string> names = Names(*object, held_by);
         return fail(step, "there is no property '" + step.name + "' in " + object->ClassInfo().Name(), ListOf(names),
                     PQNearest(step.name, names));
       }
@@ -139,6 +145,8 @@ bool PQFollowPath(TPersistent& root, const std::vector<PQPathStep>& steps, bool 
       return fail(steps[i + 1], end.property.type_name + " has no properties of its own", "a value right here", {});
     }
     object = inner;
+    holder = end.property;
+    held_by = &holder;
   }
   return false;
 }

@@ -12,16 +12,24 @@ const PQClassInfo& TPersistent::Class() {
 
 const PQClassInfo& TPersistent::ClassInfo() const { return Class(); }
 
-std::vector<PQProperty> PQAllProperties(const TPersistent& object) {
+std::vector<PQProperty> PQAllProperties(const TPersistent& object, const PQProperty* held_by) {
   std::vector<PQProperty> all = object.ClassInfo().Properties();
   for (PQProperty& p : object.InstanceProperties()) all.push_back(std::move(p));
+  if (held_by != nullptr && held_by->parts) {
+    for (PQProperty& p : held_by->parts(object)) all.push_back(std::move(p));
+  }
   return all;
 }
 
-std::optional<PQProperty> PQFindProperty(const TPersistent& object, std::string_view name) {
+std::optional<PQProperty> PQFindProperty(const TPersistent& object, std::string_view name, const PQProperty* held_by) {
   if (const PQProperty* found = object.ClassInfo().Find(name)) return *found;
   for (PQProperty& p : object.InstanceProperties()) {
     if (p.name == name) return std::move(p);
+  }
+  if (held_by != nullptr && held_by->parts) {
+    for (PQProperty& p : held_by->parts(object)) {
+      if (p.name == name) return std::move(p);
+    }
   }
   return std::nullopt;
 }

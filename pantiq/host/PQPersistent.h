@@ -36,10 +36,12 @@ class PQ_EXPORT TPersistent {
   virtual std::string GetSaveName() const { return {}; }
 };
 
-// The properties of the object's class, then those that this one object has.
-PQ_EXPORT std::vector<PQProperty> PQAllProperties(const TPersistent& object);
+// The properties of the object's class, then those that this one object has. `held_by` is the property that the object
+// is the thing of, if there is one: the pins of a list are known by it.
+PQ_EXPORT std::vector<PQProperty> PQAllProperties(const TPersistent& object, const PQProperty* held_by = nullptr);
 
 // A property of the class or of this one object, by name, case matters; empty if there is none.
-PQ_EXPORT std::optional<PQProperty> PQFindProperty(const TPersistent& object, std::string_view name);
+PQ_EXPORT std::optional<PQProperty> PQFindProperty(const TPersistent& object, std::string_view name,
+                                                   const PQProperty* held_by = nullptr);
 
 }  // namespace pantiq

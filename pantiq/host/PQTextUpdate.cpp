@@ -41,7 +41,7 @@ class Present {
 
  private:
   void Collect(TPersistent& object, const std::string& prefix, const PQProperty* outer) {
-    std::vector<PQProperty> all = PQAllProperties(object);
+    std::vector<PQProperty> all = PQAllProperties(object, outer);
     std::stable_sort(all.begin(), all.end(),
                      [](const PQProperty& a, const PQProperty& b) { return a.order < b.order; });
     for (PQProperty& found : all) {
