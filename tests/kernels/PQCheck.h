@@ -101,7 +101,7 @@ struct CheckShape {
   int max_height = 40;
   int even_width = 0;  // 1: widths are even
   // Bytes of a row for a width, where it isn't width * channels; sources first, then the destination.
-  std::function<int(int)> src_row, dst_row;
+  std::function<int(int)> src_row{}, dst_row{};
   double cases = 1.0;  // factor on CaseCount()
 };
 
