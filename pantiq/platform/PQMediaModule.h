@@ -1,0 +1,28 @@
+// The face of a media module: one object that makes readers and graphs. A module is a shared library with the one
+// function below; nothing else of it is looked up by name.
+#pragma once
+#include <memory>
+
+#include "pantiq/platform/PQMediaGraph.h"
+#include "pantiq/platform/PQMediaReader.h"
+
+namespace pantiq {
+
+class PQ_EXPORT PQMediaModule {
+ public:
+  virtual ~PQMediaModule() = default;
+  // Null with a result if the engine cannot be started.
+  virtual std::unique_ptr<PQMediaReader> CreateReader(PQPlatformResult& result) = 0;
+  virtual std::unique_ptr<PQMediaGraph> CreateGraph(PQPlatformResult& result) = 0;
+  // Chooses encoders and muxer; fails with the missing element and its package.
+  virtual PQPlatformResult ResolveProfile(const PQRecordingRequest& request, PQRecordingProfile& profile) = 0;
+};
+
+// Goes up with every change of the headers of this room.
+inline constexpr int kMediaModuleAbi = 1;
+// The module's function: `PQMediaModule* pantiq_media_module(int abi)`; null if the numbers differ. The object lives as
+// long as the process.
+using PQMediaModuleEntry = PQMediaModule* (*)(int abi);
+inline constexpr const char* kMediaModuleEntry = "pantiq_media_module";
+
+}  // namespace pantiq

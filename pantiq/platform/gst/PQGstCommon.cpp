@@ -1,0 +1,149 @@
+#include "pantiq/platform/gst/PQGstCommon.h"
+
+#include <array>
+#include <mutex>
+#include <utility>
+
+namespace pantiq::gst {
+namespace {
+
+struct ElementPackage {
+  const char* element;
+  const char* package;
+};
+
+// Debian's packages of the elements that this module makes by name.
+constexpr std::array kPackages = {
+    ElementPackage{"appsrc", "gstreamer1.0-plugins-base"},
+    ElementPackage{"appsink", "gstreamer1.0-plugins-base"},
+    ElementPackage{"videoconvert", "gstreamer1.0-plugins-base"},
+    ElementPackage{"videoscale", "gstreamer1.0-plugins-base"},
+    ElementPackage{"audioconvert", "gstreamer1.0-plugins-base"},
+    ElementPackage{"audioresample", "gstreamer1.0-plugins-base"},
+    ElementPackage{"uridecodebin", "gstreamer1.0-plugins-base"},
+    ElementPackage{"videoflip", "gstreamer1.0-plugins-good"},
+    ElementPackage{"deinterlace", "gstreamer1.0-plugins-good"},
+    ElementPackage{"matroskamux", "gstreamer1.0-plugins-good"},
+    ElementPackage{"mp4mux", "gstreamer1.0-plugins-good"},
+    ElementPackage{"avimux", "gstreamer1.0-plugins-good"},
+    ElementPackage{"lamemp3enc", "gstreamer1.0-plugins-good"},
+    ElementPackage{"x264enc", "gstreamer1.0-plugins-ugly"},
+};
+
+}  // namespace
+
+PQPlatformResult Initialise() {
+  static std::mutex mutex;
+  static bool done = false;
+  const std::lock_guard lock(mutex);
+  if (done) return {};
+  gst_segtrap_set_enabled(FALSE);  // faults are the program's own
+  GError* error = nullptr;
+  if (!gst_init_check(nullptr, nullptr, &error)) {
+    PQPlatformResult result(kPlatformFailed, error != nullptr ? error->message : "GStreamer does not start");
+    if (error != nullptr) g_error_free(error);
+    return result;
+  }
+  done = true;
+  return {};
+}
+
+bool HasElement(const std::string& factory) {
+  GstElementFactory* found = gst_element_factory_find(factory.c_str());
+  if (found == nullptr) return false;
+  gst_object_unref(found);
+  return true;
+}
+
+PQPlatformResult MissingElement(const std::string& factory) {
+  const char* package = "gstreamer1.0-libav";
+  for (const ElementPackage& entry : kPackages) {
+    if (factory == entry.element) package = entry.package;
+  }
+  return {kPlatformMissing, "the GStreamer element " + factory + " is not installed; install " + package};
+}
+
+ElementPtr MakeElement(const char* factory, PQPlatformResult& result) {
+  GstElement* element = gst_element_factory_make(factory, nullptr);
+  if (element == nullptr) {
+    result = MissingElement(factory);
+    return nullptr;
+  }
+  return ElementPtr(GST_ELEMENT(gst_object_ref_sink(element)));
+}
+
+PQPlatformResult FromError(const GError& error, const std::string& source) {
+  long code = kPlatformFailed;
+  if (error.domain == GST_RESOURCE_ERROR) {
+    code = kPlatformIo;
+  } else if (error.domain == GST_STREAM_ERROR) {
+    code = kPlatformFormat;
+  } else if (error.domain == GST_CORE_ERROR) {
+    code = error.code == GST_CORE_ERROR_MISSING_PLUGIN ? kPlatformMissing : kPlatformFormat;
+  }
+  std::string text = error.message != nullptr ? error.message : "unknown error";
+  for (char& c : text) {
+    if (c == '\n') c = ' ';
+  }
+  if (!source.empty()) text += " (" + source + ")";
+  return {code, std::move(text)};
+}
+
+PQPlatformResult FromMessage(GstMessage* message) {
+  GError* error = nullptr;
+  gchar* debug = nullptr;
+  if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_WARNING) {
+    gst_message_parse_warning(message, &error, &debug);
+  } else {
+    gst_message_parse_error(message, &error, &debug);
+  }
+  std::string source;
+  if (GST_IS_ELEMENT(GST_MESSAGE_SRC(message))) {
+    GstElementFactory* factory = gst_element_get_factory(GST_ELEMENT(GST_MESSAGE_SRC(message)));
+    if (factory != nullptr) source = GST_OBJECT_NAME(factory);
+  }
+  PQPlatformResult result = FromError(*error, source);
+  g_error_free(error);
+  g_free(debug);
+  return result;
+}
+
+ElementPtr MakeBin(const std::string& description, PQPlatformResult& result) {
+  GError* error = nullptr;
+  GstElement* bin =
+      gst_parse_bin_from_description_full(description.c_str(), TRUE, nullptr, GST_PARSE_FLAG_FATAL_ERRORS, &error);
+  ElementPtr owned;
+  if (bin != nullptr) owned.reset(GST_ELEMENT(gst_object_ref_sink(bin)));
+  if (error != nullptr) {
+    result = FromError(*error, {});
+    g_error_free(error);
+    owned.reset();
+  } else if (owned == nullptr) {
+    result = {kPlatformFailed, "cannot build " + description};
+  }
+  return owned;
+}
+
+GstBuffer* WrapBlock(const PQPlatformBlock& block, std::shared_ptr<const void> released) {
+  // The memory is read only for the graph: whoever wants to write into it makes a copy.
+  struct Holder {
+    std::shared_ptr<const void> memory, released;
+  };
+  auto* holder = new Holder{block.keep_alive, std::move(released)};
+  GstBuffer* buffer =
+      gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, const_cast<std::uint8_t*>(block.data), block.size, 0,
+                                  block.size, holder, [](gpointer data) { delete static_cast<Holder*>(data); });
+  GST_BUFFER_PTS(buffer) = static_cast<GstClockTime>(block.begin * kNanosecondsPerUnit);
+  if (block.end > block.begin) {
+    GST_BUFFER_DURATION(buffer) = static_cast<GstClockTime>((block.end - block.begin) * kNanosecondsPerUnit);
+  }
+  return buffer;
+}
+
+void FrameRate(std::int64_t period, int& numerator, int& denominator) {
+  numerator = 0, denominator = 1;
+  if (period < 1) return;
+  gst_video_guess_framerate(static_cast<GstClockTime>(period * kNanosecondsPerUnit), &numerator, &denominator);
+}
+
+}  // namespace pantiq::gst

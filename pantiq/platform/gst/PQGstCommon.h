@@ -1,0 +1,53 @@
+// Shared by the parts of the media module: references, start-up, error texts, frames without a copy.
+#pragma once
+#include <gst/gst.h>
+#include <gst/video/video.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "pantiq/platform/PQPlatform.h"
+
+namespace pantiq::gst {
+
+struct ObjectUnref {
+  void operator()(void* object) const { gst_object_unref(object); }
+};
+struct MiniUnref {
+  void operator()(GstCaps* caps) const { gst_caps_unref(caps); }
+  void operator()(GstSample* sample) const { gst_sample_unref(sample); }
+  void operator()(GstMessage* message) const { gst_message_unref(message); }
+};
+using ElementPtr = std::unique_ptr<GstElement, ObjectUnref>;
+using PadPtr = std::unique_ptr<GstPad, ObjectUnref>;
+using CapsPtr = std::unique_ptr<GstCaps, MiniUnref>;
+using SamplePtr = std::unique_ptr<GstSample, MiniUnref>;
+using MessagePtr = std::unique_ptr<GstMessage, MiniUnref>;
+
+// GStreamer counts in nanoseconds, the library in units of 100 ns.
+inline constexpr std::int64_t kNanosecondsPerUnit = 100;
+
+// Initialises GStreamer once. Any thread.
+PQPlatformResult Initialise();
+
+// A new element with a full reference; empty with a result that names the package if it is not installed.
+ElementPtr MakeElement(const char* factory, PQPlatformResult& result);
+bool HasElement(const std::string& factory);
+// "x264enc is not installed (gstreamer1.0-plugins-ugly)".
+PQPlatformResult MissingElement(const std::string& factory);
+
+// What an ERROR or WARNING message says, with a code of ours.
+PQPlatformResult FromMessage(GstMessage* message);
+PQPlatformResult FromError(const GError& error, const std::string& source);
+
+// A bin of the described elements with ghost pads for the free ends. Any error of the parser is a failure.
+ElementPtr MakeBin(const std::string& description, PQPlatformResult& result);
+
+// A buffer over the block's own memory, which lives as long as the buffer. `released` runs when GStreamer lets go.
+GstBuffer* WrapBlock(const PQPlatformBlock& block, std::shared_ptr<const void> released);
+
+// Frames per second of a period in 100 ns: the usual fractions where they fit, 0/1 if there is none.
+void FrameRate(std::int64_t period, int& numerator, int& denominator);
+
+}  // namespace pantiq::gst
