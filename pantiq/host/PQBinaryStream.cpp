@@ -369,7 +369,7 @@ bool PQBinaryReader::ReadProperties(TPersistent& object, const PQProperty* held_
       std::vector<std::string> names;
       for (PQProperty& known : PQAllProperties(object, held_by)) names.push_back(std::move(known.name));
       const std::string nearest = PQNearest(name, names);
-      const std::string shown = PQQuote(std::string_view(name).substr(0, 60));
+      const std::string shown = PQPathName(std::string_view(name).substr(0, 60));
       BadProperty(place, shown, offset,
                   "there is no such property in " + object.ClassInfo().Name() +
                       (nearest.empty() ? std::string() : "; nearest is '" + nearest + "'"),

@@ -51,8 +51,8 @@ PQStatus Decode(std::span<const std::uint8_t> bytes, TBitmap& bitmap) {
   if ((!core && header < kInfoHeader) || header > 4096 || bytes.size() < kFileHeader + header) {
     return Bad("has no whole header", "a header of 12, 40 or more bytes");
   }
-  const std::int64_t width = core ? in.Get(18, 2) : static_cast<std::int32_t>(in.Get(18, 4));
-  const std::int64_t signed_height = core ? in.Get(20, 2) : static_cast<std::int32_t>(in.Get(22, 4));
+  const std::int64_t width = core ? std::int64_t{in.Get(18, 2)} : static_cast<std::int32_t>(in.Get(18, 4));
+  const std::int64_t signed_height = core ? std::int64_t{in.Get(20, 2)} : static_cast<std::int32_t>(in.Get(22, 4));
   const bool top_down = signed_height < 0;
   const std::int64_t height = top_down ? -signed_height : signed_height;
   const std::uint32_t bits = core ? in.Get(24, 2) : in.Get(28, 2);

@@ -55,6 +55,7 @@ class Parser {
             "a line 'end' behind its last property");
       FlushTrivia();
       Close();
+      LeaveCollection();
     }
     FlushTrivia();
   }

@@ -305,6 +305,7 @@ std::optional<std::int64_t> ParseWord(const PQProperty& property, std::string_vi
   return ParseInteger(text);
 }
 
+// `bad_word` gets the first member that is none.
 std::optional<std::int64_t> ParseSet(const PQProperty& property, std::string_view text, std::string_view& bad_word) {
   if (!text.starts_with('[') || !text.ends_with(']') || text.size() < 2) return std::nullopt;
   text = Trim(text.substr(1, text.size() - 2));
@@ -349,10 +350,11 @@ std::string Shown(std::string_view text) {
   return shown;
 }
 
-PQStatus NoValue(const PQProperty& property, std::string_view text, std::string_view word = {}) {
-  std::string message = "'" + Shown(text) + "' is not allowed; expected " + PQExpected(property);
-  if (const std::string nearest = PQNearestWord(property, word.empty() ? text : word); !nearest.empty()) {
-    message += "; nearest is '" + nearest + "'";
+PQStatus NoValue(const PQProperty& property, std::string_view text) {
+  std::string message = "'";
+  message.append(Shown(text)).append("' is not allowed; expected ").append(PQExpected(property));
+  if (const std::string nearest = PQNearestWord(property, text); !nearest.empty()) {
+    message.append("; nearest is '").append(nearest).append("'");
   }
   return {PQCode::BadValue, std::move(message)};
 }
@@ -512,7 +514,7 @@ PQStatus PQParseValue(const PQProperty& property, std::string_view text, PQValue
         value = PQValue(*i);
         return {};
       }
-      return NoValue(property, text, bad_word);
+      break;
     }
     case PQKind::String:
     case PQKind::Picture: {
@@ -597,10 +599,15 @@ std::string PQNearestWord(const PQProperty& property, std::string_view text) {
     const std::string words[] = {"true", "false"};
     return PQNearest(text, words);
   }
+  std::string_view wrong = text;
+  if (property.kind == PQKind::Set) {
+    wrong = {};
+    if (ParseSet(property, Trim(text), wrong) || wrong.empty()) return {};
+  }
   std::vector<std::string> words;
   words.reserve(property.words.size());
   for (const PQWord& word : property.words) words.emplace_back(word.name);
-  return PQNearest(text, words);
+  return PQNearest(wrong, words);
 }
 
 std::string PQNearest(std::string_view name, std::span<const std::string> names) {
