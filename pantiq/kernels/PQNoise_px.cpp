@@ -180,23 +180,26 @@ __attribute__((noinline)) void JaehnePlain(std::uint8_t* pixels, int step, IppiS
 IppStatus PQ_VARIANT(ippiAddRandUniform_Direct_8u_C3IR)(std::uint8_t* srcDst, int step, IppiSize roi, std::uint8_t low,
                                                         std::uint8_t high, std::uint16_t& seed) {
   if (const IppStatus status = PQCheckNoise(srcDst, step, roi, &seed)) return status;
-  const PQRoundNearest nearest;
+  const int mode = PQRoundToNearest();
   noise::AddUniform(srcDst, step, roi, low, high, &seed);
+  PQRestoreRounding(mode);
   return ippStsNoErr;
 }
 
 IppStatus PQ_VARIANT(ippiAddRandGauss_Direct_8u_C3IR)(std::uint8_t* srcDst, int step, IppiSize roi, std::uint8_t mean,
                                                       std::uint8_t stdDev, std::uint16_t& seed) {
   if (const IppStatus status = PQCheckNoise(srcDst, step, roi, &seed)) return status;
-  const PQRoundNearest nearest;
+  const int mode = PQRoundToNearest();
   noise::AddGauss(srcDst, step, roi, mean, stdDev, &seed);
+  PQRestoreRounding(mode);
   return ippStsNoErr;
 }
 
 IppStatus PQ_VARIANT(ippiImageJaehne_8u_C3R)(std::uint8_t* srcDst, int step, IppiSize roi) {
   if (const IppStatus status = PQCheckJaehne(srcDst, step, roi)) return status;
-  const PQRoundNearest nearest;
+  const int mode = PQRoundToNearest();
   noise::JaehnePlain(srcDst, step, roi);
+  PQRestoreRounding(mode);
   return ippStsNoErr;
 }
 

@@ -823,27 +823,31 @@ IppStatus DrawJaehne(std::uint8_t* pixels, int step, IppiSize roi) {
 IppStatus PQ_VARIANT(ippiAddRandUniform_Direct_8u_C3IR)(std::uint8_t* srcDst, int step, IppiSize roi, std::uint8_t low,
                                                         std::uint8_t high, std::uint16_t& seed) {
   if (const IppStatus status = PQCheckNoise(srcDst, step, roi, &seed)) return status;
-  const PQRoundNearest nearest;
+  const int mode = PQRoundToNearest();
   if (low <= high) {
     PQ_TARGET::AddUniform<false>(srcDst, step, roi, low, high, &seed);
   } else {
     PQ_TARGET::AddUniform<true>(srcDst, step, roi, low, high, &seed);
   }
+  PQRestoreRounding(mode);
   return ippStsNoErr;
 }
 
 IppStatus PQ_VARIANT(ippiAddRandGauss_Direct_8u_C3IR)(std::uint8_t* srcDst, int step, IppiSize roi, std::uint8_t mean,
                                                       std::uint8_t stdDev, std::uint16_t& seed) {
   if (const IppStatus status = PQCheckNoise(srcDst, step, roi, &seed)) return status;
-  const PQRoundNearest nearest;
+  const int mode = PQRoundToNearest();
   PQ_TARGET::AddGauss(srcDst, step, roi, mean, stdDev, &seed);
+  PQRestoreRounding(mode);
   return ippStsNoErr;
 }
 
 IppStatus PQ_VARIANT(ippiImageJaehne_8u_C3R)(std::uint8_t* srcDst, int step, IppiSize roi) {
   if (const IppStatus status = PQCheckJaehne(srcDst, step, roi)) return status;
-  const PQRoundNearest nearest;
-  return PQ_TARGET::DrawJaehne(srcDst, step, roi);
+  const int mode = PQRoundToNearest();
+  const IppStatus status = PQ_TARGET::DrawJaehne(srcDst, step, roi);
+  PQRestoreRounding(mode);
+  return status;
 }
 
 }  // namespace pantiq
