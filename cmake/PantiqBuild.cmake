@@ -20,7 +20,8 @@ set(PANTIQ_MODULE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib/pantiq")
 find_package(Threads REQUIRED)
 
 add_library(pantiq_flags INTERFACE)
-target_compile_options(pantiq_flags INTERFACE -Wall -Wextra -ffp-contract=off)
+target_compile_options(pantiq_flags INTERFACE -Wall -Wextra -ffp-contract=off
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)  # gcc 12 is wrong about std::string +
 if(PANTIQ_SANITIZE STREQUAL "address")
   target_compile_options(pantiq_flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
   target_link_options(pantiq_flags INTERFACE -fsanitize=address,undefined)

@@ -61,6 +61,9 @@ TJCNotifyResult TPQCommonFilter::SinkDispatch(TJCPin&, const TGUID*, IJCNotifyOp
 }
 
 TJCNotifyResult TPQCommonFilter::DispatchDown(IJCNotifyOperation& op, TJCNotifyFlags flags) {
+  if (&op.Tag() == &TJCSuppliedBufferOperation::kTag) {  // nearly always; the classes exclude one another
+    return BufferOperation(static_cast<TJCSuppliedBufferOperation&>(op), flags);
+  }
   if (auto* start = JCOperation<TJCStartFrameOperation>(op)) {
     std::int32_t width = start->Width, height = start->Height;
     SetSizeRate(width, height, start->FrameDelay);
@@ -73,9 +76,6 @@ TJCNotifyResult TPQCommonFilter::DispatchDown(IJCNotifyOperation& op, TJCNotifyF
   }
   if (JCOperation<TJCStopOperation>(op) != nullptr) {
     return OptionalStop() ? TJCNotifyResult{} : OutputPin.Notify(op, flags);
-  }
-  if (auto* supplied = JCOperation<TJCSuppliedBufferOperation>(op)) {
-    return BufferOperation(*supplied, flags);
   }
   if (auto* request = JCOperation<TJCPumpRequestOperation>(op)) {
     PumpRequest(*request, flags);

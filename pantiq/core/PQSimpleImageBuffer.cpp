@@ -46,19 +46,11 @@ TPQImageBuffer::TPQImageBuffer(const void* data, std::int32_t width, std::int32_
   if (GetByteSize() > 0) std::memcpy(block_->Data(), data, block_->Bytes());
 }
 
-TPQImageBuffer::TPQImageBuffer(const IPQImageBuffer& source) : IPQImageBuffer(kTag) { CopyFrom(source); }
-
-TPQImageBuffer::TPQImageBuffer(const IRWDataBuffer& source) : IPQImageBuffer(kTag) {
-  if (const auto* image = PQCast<const IPQImageBuffer>(&source)) {
-    CopyFrom(*image);
-  } else {
-    GetSequenceStamp() = source.GetSequenceStamp();
-    GetTimeStamp() = source.GetTimeStamp();
-  }
+void TPQImageBuffer::ViewOf(const IRWDataBuffer& source) noexcept {
+  if (const auto* image = PQCast<const IPQImageBuffer>(&source)) CopyFrom(*image);
 }
 
 void TPQImageBuffer::CopyFrom(const IPQImageBuffer& source) noexcept {
-  // TPQImageBuffer is the only implementation of the interface.
   const auto& image = static_cast<const TPQImageBuffer&>(source);
   block_ = image.block_;
   width_ = image.width_;

@@ -111,6 +111,16 @@ class IPQImageBuffer : public IRWDataBuffer {
 
  protected:
   using IRWDataBuffer::IRWDataBuffer;
+  // TPQImageBuffer is the only implementation, so a buffer of this class can be taken for one.
+  IPQImageBuffer(const PQClassTag& tag, const IRWDataBuffer& source) noexcept : IRWDataBuffer(tag, source) {}
+  // Takes over size, format and stamps.
+  IPQImageBuffer(const PQClassTag& tag, const IPQImageBuffer& source) noexcept
+      : IRWDataBuffer(tag, source),
+        width_(source.width_),
+        height_(source.height_),
+        format_(source.format_),
+        time_code_(source.time_code_),
+        date_time_(source.date_time_) {}
   std::int32_t width_ = 0, height_ = 0;
   TPQVideoFormat format_ = vfRGB24;
   TPQTimeCode time_code_;
@@ -130,10 +140,11 @@ class PQ_EXPORT TPQImageBuffer final : public IPQImageBuffer {
   // A copy of packed pixels in plain memory.
   TPQImageBuffer(const void* data, std::int32_t width, std::int32_t height, TPQVideoFormat format);
   // A frame equal to the source, storage shared until one of them writes.
-  explicit TPQImageBuffer(const IPQImageBuffer& source);
+  explicit TPQImageBuffer(const IPQImageBuffer& source) noexcept
+      : IPQImageBuffer(kTag, source), block_(static_cast<const TPQImageBuffer&>(source).block_) {}
   // A view of the frame in an operation's buffer. A buffer that is no frame gives an empty frame with its stamps.
-  explicit TPQImageBuffer(const IRWDataBuffer& source);
-  TPQImageBuffer(const TPQImageBuffer& source) : TPQImageBuffer(static_cast<const IPQImageBuffer&>(source)) {}
+  explicit TPQImageBuffer(const IRWDataBuffer& source) noexcept : IPQImageBuffer(kTag, source) { ViewOf(source); }
+  TPQImageBuffer(const TPQImageBuffer& source) noexcept : TPQImageBuffer(static_cast<const IPQImageBuffer&>(source)) {}
 
   void Assign(const IRWDataBuffer& source) override;
   const void* ReadData() const noexcept override { return Read(); }
@@ -160,6 +171,7 @@ class PQ_EXPORT TPQImageBuffer final : public IPQImageBuffer {
 
  private:
   void CopyFrom(const IPQImageBuffer& source) noexcept;
+  void ViewOf(const IRWDataBuffer& source) noexcept;
   PQRef<PQFrameBlock> block_;
 };
 

@@ -67,6 +67,9 @@ class IRWDataBuffer : public PQRefCounted, public PQPooled {
 
  protected:
   explicit IRWDataBuffer(const PQClassTag& tag) noexcept : tag_(&tag) {}
+  // Takes over the stamps.
+  IRWDataBuffer(const PQClassTag& tag, const IRWDataBuffer& source) noexcept
+      : tag_(&tag), sequence_(source.sequence_), time_(source.time_) {}
 
  private:
   const PQClassTag* tag_;

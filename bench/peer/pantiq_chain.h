@@ -1,0 +1,88 @@
+// Pantiq's side of the graph comparison: chains of components for the peers' benchmark.
+//
+// Include with "bench_core.h" (bench::Fn) on the path. Kinds: "pass" (disabled filters), "filter" (enabled filters that
+// change no pixel), "mirror" (TPQMirror mtVertical).
+#pragma once
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bench_core.h"
+#include "pantiq/core/PQCommonFilter.h"
+#include "pantiq/filters/PQMirror.h"
+
+namespace subject_chain {
+
+inline const char* describe() { return "pantiq"; }
+
+class NullFilter final : public pantiq::TPQCommonFilter {
+ public:
+  explicit NullFilter(pantiq::TComponent* owner = nullptr) : TPQCommonFilter(owner) {}
+  ~NullFilter() override { BeforeDestructionOnce(); }
+
+ protected:
+  void FilterInternalOperation(const pantiq::PQImageRef&, pantiq::PQImageRef&) override {}
+};
+
+// A source, `elements` filters, a sink that counts. The frame is made once and held, as the peers do.
+class Chain {
+ public:
+  Chain(const std::string& kind, int elements, int width, int height) : source_(*this), sink_(*this) {
+    using namespace pantiq;
+    for (int i = 0; i < elements; ++i) {
+      if (kind == "mirror") {
+        auto mirror = PQMake<TPQMirror>();
+        mirror->SetMirrorType(mtVertical);
+        filters_.push_back(std::move(mirror));
+      } else {
+        filters_.push_back(PQMake<NullFilter>());
+        if (kind == "pass") filters_.back()->SetEnabled(false);
+      }
+    }
+    TPQJCImageSourcePin* from = &source_.OutputPin;
+    for (auto& filter : filters_) {
+      from->Connect(filter->InputPin).IgnoreError();
+      from = &filter->OutputPin;
+    }
+    from->Connect(sink_.InputPin).IgnoreError();
+    PQRef<TPQImageBuffer> frame = PQMakeRef<TPQImageBuffer>(width, height, vfRGB24);
+    frame->Fill(0x00405060);
+    frame_ = frame;
+    source_.OutputPin.Notify(*PQMakeRef<TJCStartFrameOperation>(width, height, 400000, vfRGB24));
+  }
+  void Push() { source_.OutputPin.SubmitBuffer(frame_); }
+  long Frames() const { return frames_; }
+
+ private:
+  struct Source final : pantiq::TComponent {
+    explicit Source(Chain&) : OutputPin(*this, {}) {}
+    ~Source() override { BeforeDestructionOnce(); }
+    void BeforeDestruction() override { OutputPin.Disconnect(); }
+    pantiq::TPQJCImageSourcePin OutputPin;
+  };
+  struct Sink final : pantiq::TComponent {
+    explicit Sink(Chain& chain) : chain(chain), InputPin(*this, pantiq::JCDispatch::To<&Sink::Dispatch>(this)) {}
+    ~Sink() override { BeforeDestructionOnce(); }
+    void BeforeDestruction() override { InputPin.Disconnect(); }
+    pantiq::TJCNotifyResult Dispatch(pantiq::TJCPin&, const pantiq::TGUID*, pantiq::IJCNotifyOperation& op,
+                                     pantiq::TJCNotifyFlags) {
+      chain.frames_ += pantiq::JCOperation<pantiq::TJCSuppliedBufferOperation>(op) != nullptr;
+      return {};
+    }
+    Chain& chain;
+    pantiq::TPQJCImageSinkPin InputPin;
+  };
+  long frames_ = 0;
+  Source source_;
+  std::vector<pantiq::PQOwned<pantiq::TPQCommonFilter>> filters_;
+  Sink sink_;
+  pantiq::PQImageRef frame_;
+};
+
+inline bench::Fn make_chain(const std::string& kind, int elements, int width, int height) {
+  if (kind != "pass" && kind != "filter" && kind != "mirror") return {};
+  auto chain = std::make_shared<Chain>(kind, elements, width, height);
+  return [chain] { chain->Push(); };
+}
+
+}  // namespace subject_chain

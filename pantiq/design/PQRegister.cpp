@@ -1,0 +1,21 @@
+#include "pantiq/design/PQRegister.h"
+
+#include "pantiq/filters/PQCrop.h"
+#include "pantiq/filters/PQGaussNoise.h"
+#include "pantiq/filters/PQImageGen.h"
+#include "pantiq/filters/PQJaehneGen.h"
+#include "pantiq/filters/PQMirror.h"
+#include "pantiq/filters/PQUniformNoise.h"
+
+namespace pantiq {
+
+void RegisterAll() {
+  PQUniformNoise::Register();
+  PQGaussNoise::Register();
+  PQJaehneGen::Register();
+  PQMirror::Register();
+  PQImageGen::Register();
+  PQCrop::Register();
+}
+
+}  // namespace pantiq
