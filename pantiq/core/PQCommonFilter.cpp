@@ -89,9 +89,9 @@ void TPQCommonFilter::SetVideoFormat(PQImageRef& buffer) {
 }
 
 TJCNotifyResult TPQCommonFilter::BufferOperation(TJCSuppliedBufferOperation& op, TJCNotifyFlags flags) {
-  PQRef<TPQImageBuffer> view = op.Buffer ? PQMakeRef<TPQImageBuffer>(*op.Buffer) : PQMakeRef<TPQImageBuffer>();
+  auto* const view = op.Buffer ? new TPQImageBuffer(*op.Buffer) : new TPQImageBuffer();
   const std::uint8_t* const pixels = view->Read();
-  PQImageRef in = view;
+  PQImageRef in = PQImageRef::Adopt(view);
   SetVideoFormat(in);
   PQImageRef out = CanInline() ? in : PQRef<TPQImageBuffer>(PQMakeRef<TPQImageBuffer>(*in));
   const bool enabled = GetEnabled();
@@ -99,7 +99,7 @@ TJCNotifyResult TPQCommonFilter::BufferOperation(TJCSuppliedBufferOperation& op,
   InternalOperation(in, out, enabled, send);
   if (!send) return {};
   // A frame that passed unchanged goes on as the object that came.
-  if (!enabled && out == in && in == static_cast<IPQImageBuffer*>(view.Get()) && view->Read() == pixels) {
+  if (!enabled && out == in && in.Get() == view && view->Read() == pixels) {
     return OutputPin.Notify(op, flags);
   }
   return OutputPin.SubmitBuffer(std::move(out), flags);

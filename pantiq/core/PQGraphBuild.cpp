@@ -1,0 +1,366 @@
+#include <algorithm>
+#include <set>
+
+#include "pantiq/core/PQGraphPlan.h"
+#include "pantiq/host/PQRegistry.h"
+#include "pantiq/host/PQTextLiteral.h"
+
+namespace pantiq::detail {
+namespace {
+
+std::string NameOf(const TComponent& component) {
+  return component.GetName().empty() ? component.ClassInfo().Name() : component.GetName();
+}
+
+std::string ListOf(const std::vector<std::string>& names, const char* none) {
+  if (names.empty()) return none;
+  std::string text = "one of ";
+  for (std::size_t i = 0; i < names.size() && i < 40; ++i) text.append(i != 0 ? ", " : "").append(names[i]);
+  if (names.size() > 40) text += ", ...";
+  return text;
+}
+
+// "UsePQMirror" is not far from TPQMirror; neither is "Mirror".
+std::string NearestClass(std::string_view name) {
+  for (const char* prefix : {"T", "TPQ"}) {
+    const std::string whole = prefix + std::string(name);
+    if (PQFindClass(whole) != nullptr) return whole;
+  }
+  std::vector<std::string> names;
+  for (const PQClassInfo* info : PQRegisteredClasses()) names.push_back(info->Name());
+  return PQNearest(name, names);
+}
+
+PQStatus CannotBeMade(const std::string& class_name, const char* why) {
+  return {PQCode::Failed, class_name + " cannot be made: " + why};
+}
+
+}  // namespace
+
+PQFault MakeFault(const GraphPlace& place, std::string text, std::string expected, std::string nearest) {
+  PQFault fault;
+  fault.line = place.line, fault.column = place.column, fault.length = place.length;
+  fault.text = std::move(text);
+  if (!expected.empty()) fault.text += "; expected " + expected;
+  if (!nearest.empty()) fault.text += "; nearest is '" + nearest + "'";
+  fault.expected = std::move(expected);
+  fault.nearest = std::move(nearest);
+  return fault;
+}
+
+bool HasErrors(const std::vector<PQFault>& faults) {
+  return std::any_of(faults.begin(), faults.end(), [](const PQFault& f) { return f.severity == PQSeverity::Error; });
+}
+
+std::string BaseName(std::string_view class_name) {
+  if (class_name.size() > 1 && class_name[0] == 'T' && class_name[1] >= 'A' && class_name[1] <= 'Z') {
+    class_name.remove_prefix(1);
+  }
+  return std::string(class_name);
+}
+
+// --- Pins ---
+
+namespace {
+
+TJCPin* FreePinOf(const TComponent& component, const std::string& path, TJCPinList& list, PQFault& fault) {
+  TJCPin* const pin = list.FirstFree();
+  if (pin != nullptr) return pin;
+  const std::string count = std::to_string(list.GetCount());
+  fault = MakeFault({}, NameOf(component) + "." + path + ": all of its " + count + " pins are connected",
+                    "a pin by its number or name, as " + path + "[0]");
+  fault.component = NameOf(component), fault.property = path;
+  return nullptr;
+}
+
+const char* RoleName(PQPinRole role) { return role == PQPinRole::Source ? "source (output)" : "sink (input)"; }
+
+}  // namespace
+
+TJCPin* DefaultPinOf(TComponent& component, PQPinRole role, PQFault& fault) {
+  const PQProperty* const property = component.ClassInfo().DefaultPin(role);
+  TPersistent* const part = property != nullptr && property->object ? property->object(component) : nullptr;
+  if (TJCPinList* const list = PQCast<TJCPinList>(part)) return FreePinOf(component, property->name, *list, fault);
+  TJCPin* const pin = PQCast<TJCPin>(part);
+  if (pin != nullptr) return pin;
+  std::vector<std::string> names;
+  for (const PQProperty& p : component.ClassInfo().Properties()) {
+    if (p.kind == PQKind::Pin || p.kind == PQKind::PinList) names.push_back(p.name);
+  }
+  const std::string& class_name = component.ClassInfo().Name();
+  fault = MakeFault({}, NameOf(component) + ": " + class_name + " has no " + RoleName(role) + " pin",
+                    names.empty() ? "a component with pins" : "a component with one; it has " + ListOf(names, ""));
+  fault.component = NameOf(component), fault.value = class_name;
+  return nullptr;
+}
+
+TJCPin* PinOfPath(TComponent& component, std::string_view path, PQFault& fault) {
+  std::vector<PQPathStep> steps;
+  std::size_t at = 0;
+  const auto named = [&] {
+    fault.component = NameOf(component);
+    fault.text = fault.component + "." + fault.text;
+    return nullptr;
+  };
+  if (const PQStatus status = PQParsePath(path, steps, &at); !status.Ok()) {
+    fault = MakeFault({0, static_cast<int>(at) + 1, static_cast<int>(std::max<std::size_t>(path.size() - at, 1))},
+                      std::string(path) + ": " + status.Text());
+    return named();
+  }
+  PQPathEnd end;
+  if (!PQFollowPinPath(component, steps, true, end, fault)) {
+    fault.severity = PQSeverity::Error;
+    if (fault.property.empty()) {  // the first step failed, so that no path stands before the message
+      fault.component = NameOf(component);
+      fault.text = fault.component + ": " + fault.text;
+      return nullptr;
+    }
+    return named();
+  }
+  TPersistent* const part = end.property.object(*end.object);
+  if (TJCPinList* const list = PQCast<TJCPinList>(part)) return FreePinOf(component, std::string(path), *list, fault);
+  TJCPin* const pin = PQCast<TJCPin>(part);
+  if (pin == nullptr) {
+    fault = MakeFault({0, 1, static_cast<int>(path.size())}, std::string(path) + ": this is no pin", "a pin");
+    return named();
+  }
+  return pin;
+}
+
+TJCPin* FindPinOf(const TComponent& owner, std::string_view path, PQPinRole role, PQFault& fault) {
+  const std::string_view name = path.substr(0, path.find_first_of(".["));
+  TComponent* const component = owner.FindComponent(name);
+  if (component == nullptr) {
+    std::vector<std::string> names;
+    for (const TComponent* known : owner.GetComponents()) names.push_back(known->GetName());
+    fault = MakeFault({0, 1, static_cast<int>(std::max<std::size_t>(name.size(), 1))},
+                      "there is no component '" + std::string(name) + "'",
+                      ListOf(names, "a component's name; there are none"), PQNearest(name, names));
+    fault.value = name;
+    return nullptr;
+  }
+  if (name.size() == path.size()) {
+    TJCPin* const pin = DefaultPinOf(*component, role, fault);
+    if (pin == nullptr) fault.column = 1, fault.length = static_cast<int>(path.size());
+    return pin;
+  }
+  if (path[name.size()] == '[' || name.size() + 1 == path.size()) {
+    fault = MakeFault({0, static_cast<int>(name.size()) + 1, static_cast<int>(path.size() - name.size())},
+                      std::string(path) + ": the pin's name is missing", "a pin, as " + std::string(name) + ".OutputPin");
+    fault.component = name;
+    return nullptr;
+  }
+  const std::size_t begin = name.size() + 1;
+  TJCPin* const pin = PinOfPath(*component, path.substr(begin), fault);
+  if (pin == nullptr) {
+    if (fault.column == 0) {
+      fault.column = 1, fault.length = static_cast<int>(path.size());
+    } else {
+      fault.column += static_cast<int>(begin);
+    }
+  }
+  return pin;
+}
+
+// --- Building ---
+
+void GraphBuilder::Add(PQFault fault) { faults_.push_back(std::move(fault)); }
+
+void GraphBuilder::Add(PQFault fault, const GraphPlace& at) {
+  if (fault.column > 0) {
+    fault.column += at.column - 1;
+  } else {
+    fault.column = at.column, fault.length = at.length;
+  }
+  fault.line = at.line;
+  whole_ = false;
+  Add(std::move(fault));
+}
+
+void GraphBuilder::NameComponents(const GraphPlan& plan, std::vector<std::string>& names) {
+  std::map<std::string, GraphPlace> taken;
+  for (const TComponent* present : owner_.GetComponents()) taken[present->GetName()] = {};
+  names.assign(plan.components.size(), {});
+  for (std::size_t i = 0; i < plan.components.size(); ++i) {
+    const PlannedComponent& planned = plan.components[i];
+    if (planned.name.empty()) continue;
+    if (!PQIsIdentifier(planned.name)) {
+      PQFault fault = MakeFault(planned.name_place, PQQuote(planned.name) + " is no name of a component",
+                                "letters, digits and underscores, not starting with a digit");
+      fault.property = "Name", fault.value = planned.name;
+      Add(std::move(fault));
+      continue;
+    }
+    const auto [first, is_new] = taken.emplace(planned.name, planned.name_place);
+    if (!is_new) {
+      PQFault fault = MakeFault(planned.name_place, "the name '" + planned.name + "' is taken",
+                                "a name of its own; the first stands in line " + std::to_string(first->second.line) +
+                                    ", column " + std::to_string(first->second.column));
+      fault.component = planned.name, fault.property = "Name", fault.value = planned.name;
+      Add(std::move(fault));
+      continue;
+    }
+    names[i] = planned.name;
+  }
+  std::map<std::string, int> last;
+  for (std::size_t i = 0; i < plan.components.size(); ++i) {
+    if (!names[i].empty()) continue;
+    const std::string base = BaseName(plan.components[i].class_name);
+    do {
+      names[i] = base + std::to_string(++last[base]);
+    } while (!taken.emplace(names[i], GraphPlace{}).second);
+  }
+}
+
+TComponent* GraphBuilder::Make(const PQClassInfo& info, const std::string& name, const GraphPlace& place) {
+  TComponent* component = nullptr;
+  PQStatus status;
+  try {
+    component = info.Create(&owner_);
+    if (component == nullptr) status = CannotBeMade(info.Name(), "it only serves as a base; expected a class of its own");
+  } catch (const std::exception& error) {
+    status = CannotBeMade(info.Name(), error.what());
+  }
+  if (component == nullptr) {
+    whole_ = false;
+    Add(MakeFault(place, status.Text()));
+    return nullptr;
+  }
+  component->SetName(name).IgnoreError();
+  component->SetDesigning(designing_);
+  component->SetLoading(true);
+  places_[component] = place;
+  return component;
+}
+
+TComponent* GraphBuilder::Create(const PlannedComponent& planned, const std::string& name) {
+  const PQClassInfo* const info = PQFindClass(planned.class_name);
+  if (info != nullptr) return Make(*info, name, planned.class_place);
+  PQFault fault = MakeFault(planned.class_place, "there is no class '" + planned.class_name + "'",
+                            "the name of a component's class", NearestClass(planned.class_name));
+  fault.value = planned.class_name;
+  whole_ = false;
+  Add(std::move(fault));
+  return nullptr;
+}
+
+void GraphBuilder::Apply(TComponent& component, const PlannedComponent& planned, std::vector<PQTextLink>& links) {
+  std::vector<PQTextSetting> settings = planned.settings;
+  for (PQTextSetting bare : planned.bare) {
+    const PQProperty* const property = component.ClassInfo().DefaultProperty();
+    if (property == nullptr) {
+      PQFault fault = MakeFault({bare.value_line, bare.value_column, static_cast<int>(bare.value.size())},
+                                component.GetName() + ": " + component.ClassInfo().Name() +
+                                    " takes no value without a property",
+                                "Property=value");
+      fault.component = component.GetName(), fault.value = bare.value;
+      Add(std::move(fault));
+      continue;
+    }
+    bare.path = property->name;
+    settings.push_back(std::move(bare));
+  }
+  PQApplyText(component, component.GetName(), std::move(settings), links, faults_);
+}
+
+void GraphBuilder::Connect(TJCPin& source, TJCPin& sink, const GraphPlace& place) {
+  const auto fail = [&](std::string text, std::string expected) {
+    PQFault fault = MakeFault(place, std::move(text), std::move(expected));
+    fault.component = NameOf(*sink.GetOwnerComponent());
+    fault.property = sink.GetName(), fault.value = source.GetFullName();
+    whole_ = false;
+    Add(std::move(fault));
+  };
+  if (source.GetPinType() == PQPinRole::Sink && sink.GetPinType() != PQPinRole::Sink) {
+    return fail(source.GetFullName() + " is a sink (input)", "a source (output), connected to a sink");
+  }
+  if (sink.GetPinType() == PQPinRole::Source && source.GetPinType() != PQPinRole::Source) {
+    return fail(sink.GetFullName() + " is a source (output)", "a sink (input), connected to a source");
+  }
+  if (sink.GetPinType() == PQPinRole::Sink) {
+    const auto before = connected_.find(&sink);
+    if (before != connected_.end()) {
+      std::string expected = "one connection a sink";
+      if (before->second.line > 0) {
+        expected += "; the first stands in line " + std::to_string(before->second.line) + ", column " +
+                    std::to_string(before->second.column);
+      }
+      const TJCPin* const first = sink.GetSourcePin();
+      return fail(sink.GetFullName() + " is connected twice" +
+                      (first != nullptr ? ", to " + first->GetFullName() + " and to " + source.GetFullName() : ""),
+                  expected);
+    }
+  }
+  if (const PQStatus status = source.Connect(sink); !status.Ok()) return fail(status.Text(), {});
+  connected_[&sink] = place;
+}
+
+TJCPin* GraphBuilder::EndPin(const PlannedEnd& end, PQPinRole role, const std::vector<TComponent*>& made) {
+  PQFault fault;
+  TJCPin* pin = nullptr;
+  if (end.component >= 0) {
+    TComponent* const component = made[static_cast<std::size_t>(end.component)];
+    if (component == nullptr) return nullptr;  // its fault has been told
+    pin = DefaultPinOf(*component, role, fault);
+  } else {
+    pin = FindPinOf(owner_, end.path, role, fault);
+  }
+  if (pin == nullptr) Add(std::move(fault), end.place);
+  return pin;
+}
+
+void GraphBuilder::Build(const GraphPlan& plan) {
+  std::vector<std::string> names;
+  NameComponents(plan, names);
+  std::vector<TComponent*> made;
+  for (std::size_t i = 0; i < plan.components.size(); ++i) {
+    made.push_back(Create(plan.components[i], names[i]));
+    if (made.back() != nullptr && !plan.components[i].name.empty()) {
+      places_[made.back()] = plan.components[i].name_place;
+    }
+  }
+  // Names of components that could not be made are known all the same: what refers to them is no further fault.
+  std::set<std::string> missing;
+  for (std::size_t i = 0; i < made.size(); ++i) {
+    if (made[i] == nullptr) missing.insert(names[i]);
+  }
+  const auto is_missing = [&](const std::string& path) {
+    return missing.count(path.substr(0, path.find_first_of(".["))) != 0;
+  };
+
+  std::vector<PQTextLink> links;
+  for (std::size_t i = 0; i < made.size(); ++i) {
+    if (made[i] != nullptr) Apply(*made[i], plan.components[i], links);
+  }
+  for (const PQTextLink& link : links) {
+    const PQTextSetting& setting = link.setting;
+    if (is_missing(setting.value)) continue;
+    const GraphPlace at{setting.value_line, setting.value_column, static_cast<int>(setting.value.size())};
+    PQFault fault;
+    TJCPin* const source = FindPinOf(owner_, setting.value, PQPinRole::Source, fault);
+    TJCPin* const sink = PQCast<TJCPin>(link.pin.property.object(*link.pin.object));
+    if (source == nullptr) {
+      Add(std::move(fault), at);
+    } else if (sink != nullptr) {
+      Connect(*source, *sink, at);
+    }
+  }
+  for (const PlannedLink& link : plan.links) {
+    if (is_missing(link.source.path) || is_missing(link.sink.path)) continue;
+    TJCPin* const source = EndPin(link.source, PQPinRole::Source, made);
+    TJCPin* const sink = EndPin(link.sink, PQPinRole::Sink, made);
+    if (source != nullptr && sink != nullptr) Connect(*source, *sink, link.sink.place);
+  }
+  Finish();
+}
+
+void GraphBuilder::Finish() {
+  if (HasErrors(faults_)) return;  // nothing of this stays
+  for (TComponent* component : owner_.GetComponents()) {
+    if (!component->IsLoading()) continue;
+    component->SetLoading(false);
+    component->Loaded();
+  }
+}
+
+}  // namespace pantiq::detail
