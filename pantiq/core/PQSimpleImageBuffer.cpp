@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "pantiq/kernels/PQBaseKernels.h"
-#include "pantiq/kernels/PQFormatKernels.h"
+#include "pantiq/core/PQFormatInterim.h"
 
 namespace pantiq {
 

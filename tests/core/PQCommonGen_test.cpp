@@ -140,7 +140,8 @@ TEST(RWThreads, ANotifyThreadCoalescesAndMayEndItself) {
   std::atomic<int> runs{0};
   std::unique_ptr<TRWNotifyThread> thread;
   thread = std::make_unique<TRWNotifyThread>([&] {
-    if (++runs == 2) thread.reset();
+    if (runs == 1) thread.reset();
+    ++runs;
   });
   TRWNotifyThread* raw = thread.get();
   raw->Notify();
