@@ -83,12 +83,13 @@ struct PQGraphRun::Impl {
     TJCPin* pin = nullptr;
     Node* source = nullptr;  // the source that feeds it directly; null otherwise
     bool at_sink = false, image = false;
-    bool pumped = false;     // this run is the master of its pump
+    std::atomic<bool> pumped{false};  // this run is the master of its pump
     std::atomic<bool> started{false}, stopped{false}, full{false};
     std::atomic<std::int64_t> frames{0}, buffers{0}, first{-1}, position{0};
 
     bool Before(TJCPin&, IJCNotifyOperation& op) override {
       if (auto* supplied = JCOperation<TJCSuppliedBufferOperation>(op)) {
+        run->arrivals.fetch_add(1, std::memory_order_relaxed);
         if (!Admit(*supplied)) return false;
       } else if (JCOperation<TJCStartOperation>(op) != nullptr) {
         started.store(true);
@@ -152,6 +153,7 @@ struct PQGraphRun::Impl {
   std::vector<std::unique_ptr<Input>> inputs;
   bool may_pump = false;
   std::int64_t skip_before = 0;
+  std::atomic<std::int64_t> arrivals{0};  // buffers at any input, also those that are left out
 
   std::atomic<bool> stop{false};  // all that a signal handler touches
   std::mutex mutex;
@@ -311,7 +313,7 @@ struct PQGraphRun::Impl {
     bool moved = false;
     for (const auto& input : inputs) {
       if (!input->pumped || input->full.load() || input->stopped.load()) continue;
-      const std::int64_t before = input->frames.load();
+      const std::int64_t before = arrivals.load();
       std::vector<Node*> sources;
       if (options.measure) {
         SourcesOf(*input->node, sources);
@@ -320,7 +322,7 @@ struct PQGraphRun::Impl {
       }
       static_cast<TRWJCSinkPin*>(input->pin)->MasterPump(this);
       if (!sources.empty()) EndTiming();
-      moved = moved || input->frames.load() > before;
+      moved = moved || arrivals.load() > before;
     }
     return moved;
   }
