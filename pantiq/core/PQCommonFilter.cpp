@@ -93,8 +93,8 @@ TJCNotifyResult TPQCommonFilter::BufferOperation(TJCSuppliedBufferOperation& op,
   const std::uint8_t* const pixels = view->Read();
   PQImageRef in = PQImageRef::Adopt(view);
   SetVideoFormat(in);
-  PQImageRef out = CanInline() ? in : PQRef<TPQImageBuffer>(PQMakeRef<TPQImageBuffer>(*in));
   const bool enabled = GetEnabled();
+  PQImageRef out = !enabled || CanInline() ? in : PQImageRef::Adopt(new TPQImageBuffer(*in));
   bool send = true;
   InternalOperation(in, out, enabled, send);
   if (!send) return {};
@@ -210,6 +210,7 @@ void TPQCommonROISizeFilter::ProcessDisabled(const PQImageRef& in, PQImageRef& o
     out = in;
     return;
   }
+  out = PQImageRef::Adopt(new TPQImageBuffer(*in));
   out->SetSize(width, height);
   out->Clear();
   const std::size_t row = static_cast<std::size_t>(std::min(in->GetStep(), out->GetStep()));

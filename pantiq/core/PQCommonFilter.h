@@ -50,9 +50,10 @@ class PQ_EXPORT TPQCommonFilter : public TComponent {
   // Makes the incoming frame acceptable: the base converts it to vfRGB24. A filter that takes gray frames as they are
   // returns at once for vfGrayScale and calls the inherited operation otherwise (AcceptGray does that).
   virtual void SetVideoFormat(PQImageRef& buffer);
-  // One frame, enabled or not. `out` equals `in` at entry; `send` false keeps the frame from going out.
+  // One frame, enabled or not. `out` equals `in` at entry, and is `in` itself if the filter works in place or is disabled;
+  // `send` false keeps the frame from going out.
   virtual void InternalOperation(const PQImageRef& in, PQImageRef& out, bool enabled, bool& send);
-  // One frame while Enabled is false: the base passes the frame itself.
+  // One frame while Enabled is false: the base passes the frame itself. An overrider makes a new `out`.
   virtual void ProcessDisabled(const PQImageRef& in, PQImageRef& out);
   // One supplied buffer: view, SetVideoFormat, InternalOperation, submit.
   virtual TJCNotifyResult BufferOperation(TJCSuppliedBufferOperation& op, TJCNotifyFlags flags);
