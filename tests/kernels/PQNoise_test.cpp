@@ -195,8 +195,8 @@ TEST(PQNoise, NoiseWithoutSpreadAddsAConstant) {
 }
 
 // Draws whose uniform noise is exactly half a level: a draw of 0, and draws that the constant lifts off the half by
-// some 1e-13 to either side. The samples stand far inside a row, so that whole blocks are drawn.
-TEST(PQNoise, UniformHalves) {
+// some 1e-13 to either side. And the least draw, which has no positive counterpart.
+TEST(PQNoise, UniformEdges) {
   struct Case {
     std::uint32_t seed;
     int place;
@@ -204,9 +204,10 @@ TEST(PQNoise, UniformHalves) {
     int noise;
   };
   const Case cases[] = {
-      {5947132, 15, 0, 1, 0},      {5947132, 15, 1, 2, 2},    {5947132, 15, 2, 1, 2},    {228565765, 3, 0, 255, 128},
-      {228565765, 3, 254, 1, 128}, {965843, 11, 0, 128, 16},  {965843, 11, 128, 0, 112}, {3824068, 30, 1, 129, 14},
-      {3200199, 19, 0, 128, 72},   {3200199, 19, 128, 0, 56}, {20723500, 37, 0, 2, 2},   {20723500, 37, 3, 1, 1},
+      {5947132, 15, 0, 1, 0},      {5947132, 15, 1, 2, 2},       {5947132, 15, 2, 1, 2},    {228565765, 3, 0, 255, 128},
+      {228565765, 3, 254, 1, 128}, {965843, 11, 0, 128, 16},     {965843, 11, 128, 0, 112}, {3824068, 30, 1, 129, 14},
+      {3200199, 19, 0, 128, 72},   {3200199, 19, 128, 0, 56},    {20723500, 37, 0, 2, 2},   {20723500, 37, 3, 1, 1},
+      {0x508C2CA4, 0, 0, 255, 0},  {0x508C2CA4, 0, 255, 0, 255},
   };
   for (const Case& c : cases) {
     PQ_FOR_EACH_VARIANT(ippiAddRandUniform_Direct_8u_C3IR, [&](NoiseKernel kernel) {
