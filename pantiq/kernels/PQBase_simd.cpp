@@ -216,8 +216,8 @@ PQ_INLINE void PlainRows(const u8* src1, int src1_step, const u8* src2, int src2
 }
 
 // Products of 16 bits, limited to 255 before the pack, which takes words as signed.
-PQ_INLINE V MulSat8(V a, V b) {
-  const V z = Zero(), top = Set16(255);
+PQ_INLINE S MulSat8(S a, S b) {
+  const S z = _mm256_setzero_si256(), top = _mm256_set1_epi16(255);
   return PackU8(Min16(Mul16(Low8(a, z), Low8(b, z)), top), Min16(Mul16(High8(a, z), High8(b, z)), top));
 }
 
@@ -369,7 +369,7 @@ IppStatus PQ_VARIANT(ippiSwapChannels_8u_C3IR)(u8* srcDst, int step, IppiSize ro
                              IppiSize roi, int scaleFactor) {                                                    \
     if (const IppStatus status = PQCheckThree(src1, src1Step, src2, src2Step, dst, dstStep, roi)) return status; \
     if (scaleFactor == 0) {                                                                                      \
-      MapRows(src1, src1Step, src2, src2Step, dst, dstStep, roi, channels, [](V a, V b) { return at_scale_0; }); \
+      MapRows(src1, src1Step, src2, src2Step, dst, dstStep, roi, channels, [](S a, S b) { return at_scale_0; }); \
     } else {                                                                                                     \
       PlainRows(src1, src1Step, src2, src2Step, dst, dstStep, roi, channels,                                     \
                 [scaleFactor](int a, int b) { return PQScaleSample(formula, scaleFactor); });                    \
@@ -397,7 +397,7 @@ IppStatus PQ_VARIANT(ippiDiv_8u_C3RSfs)(const u8* src1, int src1Step, const u8* 
   IppStatus PQ_VARIANT(name)(const u8* src1, int src1Step, const u8* src2, int src2Step, u8* dst, int dstStep,   \
                              IppiSize roi) {                                                                     \
     if (const IppStatus status = PQCheckThree(src1, src1Step, src2, src2Step, dst, dstStep, roi)) return status; \
-    MapRows(src1, src1Step, src2, src2Step, dst, dstStep, roi, channels, [](V a, V b) { return formula; });      \
+    MapRows(src1, src1Step, src2, src2Step, dst, dstStep, roi, channels, [](S a, S b) { return formula; });      \
     return ippStsNoErr;                                                                                          \
   }
 PQ_LOGIC(ippiAnd_8u_C1R, 1, And(a, b))
@@ -411,7 +411,7 @@ PQ_LOGIC(ippiAbsDiff_8u_C1R, 1, Or(SubSat8(a, b), SubSat8(b, a)))
 #define PQ_LOGIC_IN_PLACE(name, formula)                                                                     \
   IppStatus PQ_VARIANT(name)(const u8* src, int srcStep, u8* srcDst, int srcDstStep, IppiSize roi) {         \
     if (const IppStatus status = PQCheckTwo(src, srcStep, srcDst, srcDstStep, roi)) return status;           \
-    MapRows(src, srcStep, srcDst, srcDstStep, srcDst, srcDstStep, roi, 3, [](V a, V b) { return formula; }); \
+    MapRows(src, srcStep, srcDst, srcDstStep, srcDst, srcDstStep, roi, 3, [](S a, S b) { return formula; }); \
     return ippStsNoErr;                                                                                      \
   }
 PQ_LOGIC_IN_PLACE(ippiAnd_8u_C3IR, And(a, b))
@@ -419,11 +419,11 @@ PQ_LOGIC_IN_PLACE(ippiOr_8u_C3IR, Or(a, b))
 
 IppStatus PQ_VARIANT(ippiNot_8u_C3IR)(u8* srcDst, int step, IppiSize roi) {
   if (const IppStatus status = PQCheckOne(srcDst, step, roi)) return status;
-  const V ones = Set8(-1);
+  const S ones = _mm256_set1_epi8(-1);
   const Extent e = Join(roi, 3, step, step, step);
   for (int y = 0; y < e.rows; ++y) {
     u8* row = Row(srcDst, step, y);
-    MapRow(row, row, e.n, [ones](V a) { return Xor(a, ones); });
+    MapRow(row, row, e.n, [ones](S a) { return Xor(a, ones); });
   }
   return ippStsNoErr;
 }

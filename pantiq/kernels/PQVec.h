@@ -2,9 +2,9 @@
 // walk rows with it, and byte permutations of three-channel pixels. Everything has internal linkage; nothing here
 // touches a byte outside [pointer, pointer + count).
 //
-// V is 64 bytes on t7 and 32 bytes on a6 and w7. Targets with AVX-512 end their rows with masked loads and stores;
-// a6 ends them with one vector that overlaps the last full one, whose result is computed before the row's first store,
-// so that a destination may be the same memory as a source.
+// V is 64 bytes on t7 and 32 bytes on a6 and w7; S is 32 bytes everywhere. Targets with AVX-512 end their rows with
+// masked loads and stores; a6 ends them with one vector that overlaps the last full one, whose result is computed
+// before the row's first store, so that a destination may be the same memory as a source.
 #pragma once
 
 #include <immintrin.h>
@@ -31,8 +31,25 @@ namespace PQ_TARGET {
 using u8 = std::uint8_t;
 using u16 = std::uint16_t;
 
+// S is 32 bytes on every target: for kernels that only stream memory, where 64-byte accesses off their alignment cost
+// more than they save (two images at 1920 x 1080, rows off a line: 0.097 to 0.115 ns a pixel with 64-byte vectors, see
+// bench_kernels).
+using S = __m256i;
 #if PQ_WIDE
 using V = __m512i;
+#else
+using V = __m256i;
+#endif
+
+PQ_INLINE S LoadS(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
+PQ_INLINE void Store(void* p, S v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
+#if PQ_MASKED
+using SMask = __mmask32;
+PQ_INLINE SMask FirstBytesS(std::ptrdiff_t n) { return n >= 32 ? ~SMask{0} : (SMask{1} << n) - 1; }
+PQ_INLINE S LoadMasked(SMask m, const void* p) { return _mm256_maskz_loadu_epi8(m, p); }
+PQ_INLINE void StoreMasked(void* p, SMask m, S v) { _mm256_mask_storeu_epi8(p, m, v); }
+#endif
+#if PQ_WIDE
 using VMask = __mmask64;
 PQ_INLINE V Load(const void* p) { return _mm512_loadu_si512(p); }
 PQ_INLINE void Store(void* p, V v) { _mm512_storeu_si512(p, v); }
@@ -43,33 +60,27 @@ PQ_INLINE V Set32(int v) { return _mm512_set1_epi32(v); }
 PQ_INLINE VMask FirstBytes(std::ptrdiff_t n) { return n >= 64 ? ~VMask{0} : (VMask{1} << n) - 1; }
 PQ_INLINE V LoadMasked(VMask m, const void* p) { return _mm512_maskz_loadu_epi8(m, p); }
 PQ_INLINE void StoreMasked(void* p, VMask m, V v) { _mm512_mask_storeu_epi8(p, m, v); }
-#define PQ_OP2(name, intrinsic) \
+#define PQ_OP2_WIDE(name, intrinsic) \
   PQ_INLINE V name(V a, V b) { return _mm512_##intrinsic(a, b); }
-PQ_OP2(And, and_si512)
-PQ_OP2(Or, or_si512)
-PQ_OP2(Xor, xor_si512)
 #else
-using V = __m256i;
-PQ_INLINE V Load(const void* p) { return _mm256_loadu_si256(static_cast<const __m256i*>(p)); }
-PQ_INLINE void Store(void* p, V v) { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
+PQ_INLINE V Load(const void* p) { return LoadS(p); }
 PQ_INLINE V Zero() { return _mm256_setzero_si256(); }
 PQ_INLINE V Set8(int v) { return _mm256_set1_epi8(static_cast<char>(v)); }
 PQ_INLINE V Set16(int v) { return _mm256_set1_epi16(static_cast<short>(v)); }
 PQ_INLINE V Set32(int v) { return _mm256_set1_epi32(v); }
-#if PQ_MASKED
-using VMask = __mmask32;
-PQ_INLINE VMask FirstBytes(std::ptrdiff_t n) { return n >= 32 ? ~VMask{0} : (VMask{1} << n) - 1; }
-PQ_INLINE V LoadMasked(VMask m, const void* p) { return _mm256_maskz_loadu_epi8(m, p); }
-PQ_INLINE void StoreMasked(void* p, VMask m, V v) { _mm256_mask_storeu_epi8(p, m, v); }
+#define PQ_OP2_WIDE(name, intrinsic)
 #endif
-#define PQ_OP2(name, intrinsic) \
-  PQ_INLINE V name(V a, V b) { return _mm256_##intrinsic(a, b); }
-PQ_OP2(And, and_si256)
-PQ_OP2(Or, or_si256)
-PQ_OP2(Xor, xor_si256)
-#endif
-// Saturating, halving within 128-bit lanes and so on: the names say the lane width.
-PQ_OP2(AddSat8, adds_epu8)
+
+#define PQ_OP2(name, intrinsic)                                   \
+  PQ_INLINE S name(S a, S b) { return _mm256_##intrinsic(a, b); } \
+  PQ_OP2_WIDE(name, intrinsic)
+PQ_INLINE S And(S a, S b) { return _mm256_and_si256(a, b); }
+PQ_INLINE S Or(S a, S b) { return _mm256_or_si256(a, b); }
+PQ_INLINE S Xor(S a, S b) { return _mm256_xor_si256(a, b); }
+PQ_OP2_WIDE(And, and_si512)
+PQ_OP2_WIDE(Or, or_si512)
+PQ_OP2_WIDE(Xor, xor_si512)
+PQ_OP2(AddSat8, adds_epu8)  // names end in the width of the numbers; saturated where they say so
 PQ_OP2(SubSat8, subs_epu8)
 PQ_OP2(Min8, min_epu8)
 PQ_OP2(Max8, max_epu8)
@@ -80,7 +91,7 @@ PQ_OP2(Min16, min_epu16)
 PQ_OP2(Mul16, mullo_epi16)
 PQ_OP2(Add32, add_epi32)
 PQ_OP2(PairSum32, madd_epi16)  // a0 * b0 + a1 * b1 of signed words
-PQ_OP2(Low8, unpacklo_epi8)
+PQ_OP2(Low8, unpacklo_epi8)    // within each 16 bytes
 PQ_OP2(High8, unpackhi_epi8)
 PQ_OP2(Low16, unpacklo_epi16)
 PQ_OP2(High16, unpackhi_epi16)
@@ -88,6 +99,7 @@ PQ_OP2(PackU8, packus_epi16)  // signed words to bytes, saturated
 PQ_OP2(PackS16, packs_epi32)  // signed double words to words, saturated
 PQ_OP2(Shuffle8, shuffle_epi8)
 #undef PQ_OP2
+#undef PQ_OP2_WIDE
 #if PQ_WIDE
 PQ_INLINE V ShiftRightS32(V a, int n) { return _mm512_srai_epi32(a, static_cast<unsigned>(n)); }
 PQ_INLINE V Lanes(__m128i a) { return _mm512_broadcast_i32x4(a); }
@@ -98,34 +110,35 @@ PQ_INLINE V Lanes(__m128i a) { return _mm256_broadcastsi128_si256(a); }
 
 inline constexpr std::ptrdiff_t kV = sizeof(V);  // bytes of a vector, and pixels of a block of three vectors
 inline constexpr std::ptrdiff_t kBlock = 3 * kV;
+inline constexpr std::ptrdiff_t kS = sizeof(S);
 
-// dst[i] = f(a[i]) for n bytes; f maps V to V. dst may be a.
+// dst[i] = f(a[i]) for n bytes; f maps S to S. dst may be a.
 template <class F>
 PQ_INLINE void MapRow(const u8* a, u8* dst, std::ptrdiff_t n, F f) {
   std::ptrdiff_t i = 0;
 #if !PQ_MASKED
-  if (n < kV) {
-    alignas(32) u8 t[kV] = {};
+  if (n < kS) {
+    alignas(32) u8 t[kS] = {};
     for (; i < n; ++i) t[i] = a[i];
-    Store(t, f(Load(t)));
+    Store(t, f(LoadS(t)));
     for (i = 0; i < n; ++i) dst[i] = t[i];
     return;
   }
-  const V last = f(Load(a + n - kV));
+  const S last = f(LoadS(a + n - kS));
 #endif
-  for (; i + 2 * kV <= n; i += 2 * kV) {
-    const V x = f(Load(a + i)), y = f(Load(a + i + kV));
+  for (; i + 2 * kS <= n; i += 2 * kS) {
+    const S x = f(LoadS(a + i)), y = f(LoadS(a + i + kS));
     Store(dst + i, x);
-    Store(dst + i + kV, y);
+    Store(dst + i + kS, y);
   }
 #if PQ_MASKED
-  for (; i < n; i += kV) {
-    const VMask m = FirstBytes(n - i);
+  for (; i < n; i += kS) {
+    const SMask m = FirstBytesS(n - i);
     StoreMasked(dst + i, m, f(LoadMasked(m, a + i)));
   }
 #else
-  if (i + kV <= n) Store(dst + i, f(Load(a + i)));
-  Store(dst + n - kV, last);
+  if (i + kS <= n) Store(dst + i, f(LoadS(a + i)));
+  Store(dst + n - kS, last);
 #endif
 }
 
@@ -134,28 +147,28 @@ template <class F>
 PQ_INLINE void MapRow2(const u8* a, const u8* b, u8* dst, std::ptrdiff_t n, F f) {
   std::ptrdiff_t i = 0;
 #if !PQ_MASKED
-  if (n < kV) {
-    alignas(32) u8 t[kV] = {}, s[kV] = {};
+  if (n < kS) {
+    alignas(32) u8 t[kS] = {}, s[kS] = {};
     for (; i < n; ++i) t[i] = a[i], s[i] = b[i];
-    Store(t, f(Load(t), Load(s)));
+    Store(t, f(LoadS(t), LoadS(s)));
     for (i = 0; i < n; ++i) dst[i] = t[i];
     return;
   }
-  const V last = f(Load(a + n - kV), Load(b + n - kV));
+  const S last = f(LoadS(a + n - kS), LoadS(b + n - kS));
 #endif
-  for (; i + 2 * kV <= n; i += 2 * kV) {
-    const V x = f(Load(a + i), Load(b + i)), y = f(Load(a + i + kV), Load(b + i + kV));
+  for (; i + 2 * kS <= n; i += 2 * kS) {
+    const S x = f(LoadS(a + i), LoadS(b + i)), y = f(LoadS(a + i + kS), LoadS(b + i + kS));
     Store(dst + i, x);
-    Store(dst + i + kV, y);
+    Store(dst + i + kS, y);
   }
 #if PQ_MASKED
-  for (; i < n; i += kV) {
-    const VMask m = FirstBytes(n - i);
+  for (; i < n; i += kS) {
+    const SMask m = FirstBytesS(n - i);
     StoreMasked(dst + i, m, f(LoadMasked(m, a + i), LoadMasked(m, b + i)));
   }
 #else
-  if (i + kV <= n) Store(dst + i, f(Load(a + i), Load(b + i)));
-  Store(dst + n - kV, last);
+  if (i + kS <= n) Store(dst + i, f(LoadS(a + i), LoadS(b + i)));
+  Store(dst + n - kS, last);
 #endif
 }
 
