@@ -4,15 +4,17 @@
 //
 //   TPQASFPlayer FileName=in.mp4 ! TPQFixedFilter FilterType=ftSobelVert ! TPQASFLogger FileName=out.asf
 //
-//   Components in order, each with its settings. `!` connects the default source pin on its left to the default sink pin
-//   on its right; of a list of pins it takes the first free one. `Name=` names a component, and a name stands for it
-//   elsewhere in the line: `TPQMirror Name=m ! ...  m.OutputPin ! other.InputPin`. A repeated `m.OutputPin !` fans out.
-//   Pins of a list: split.OutputPins[0], split.OutputPins.'L*', mix.InputPins.Pin1. Region.Left=1 sets a sub-property,
-//   Items[0].Level=2 a property of an item, which is made if it is missing. Values with blanks stand in single quotes, ''
-//   for one quote. A quoted value alone sets the component's default property. `#` starts a comment. Lines may be many.
+//   Components in order, each with its settings. `!` connects the default source pin on its left to the default sink
+//   pin on its right; of a list of pins it takes the first free one. `Name=` names a component, and a name stands for
+//   it elsewhere in the line: `TPQMirror Name=m ! ...  m.OutputPin ! other.InputPin`. A repeated `m.OutputPin !` fans
+//   out. Pins of a list: split.OutputPins[0], split.OutputPins.'L*', mix.InputPins.Pin1. Region.Left=1 sets a
+//   sub-property, Items[0].Level=2 a property of an item, which is made if it is missing. Values with blanks stand in
+//   single quotes, '' for one quote. A quoted value alone sets the component's default property. `#` starts a comment.
+//   Lines may be many.
 //
 // Graph file: see pantiq/host/PQTextDocument.h. Its first line is "pantiq graph 1"; each `object NAME: CLASS` ends with
-// `end`; connections stand at the sink, `InputPin = Name.OutputPin`. What was loaded is saved with its order and comments.
+// `end`; connections stand at the sink, `InputPin = Name.OutputPin`. What was loaded is saved with its order and
+// comments.
 //
 // A component without a name gets its class's, without the leading T, and a number: PQMirror1.
 //
@@ -42,16 +44,16 @@ class PQ_EXPORT PQGraph {
   PQGraph(const PQGraph&) = delete;
   PQGraph& operator=(const PQGraph&) = delete;
 
-  // Each of these takes the place of what was in the graph. If there is an error in the text the answer is false and the
-  // graph stays as it was; all faults are appended in any case, warnings and notes too. Faults have line, column and
-  // length in the text, those of binary streams an offset.
+  // Each of these takes the place of what was in the graph. If there is an error in the text the answer is false and
+  // the graph stays as it was; all faults are appended in any case, warnings and notes too. Faults have line, column
+  // and length in the text, those of binary streams an offset.
   bool ParseLaunch(std::string_view text, std::vector<PQFault>& faults);
   bool LoadText(std::string_view text, std::vector<PQFault>& faults);
   bool Load(const std::string& file_name, std::vector<PQFault>& faults);
   bool LoadBinary(std::span<const std::uint8_t> bytes, std::vector<PQFault>& faults);
 
-  // What keeps the graph from running (errors: it is empty, it has no source) or makes it odd (warnings: a component or an
-  // input without a connection). Places are those of the text that was parsed or loaded.
+  // What keeps the graph from running (errors: it is empty, it has no source) or makes it odd (warnings: a component or
+  // an input without a connection). Places are those of the text that was parsed or loaded.
   std::vector<PQFault> Check() const;
 
   // Parses and checks without keeping anything: all faults at once, in the order of their places.
@@ -90,6 +92,8 @@ class PQ_EXPORT PQGraph {
 
  private:
   struct Impl;
+  // Moves `told` to `faults` and takes over what was built, if there is no error among them.
+  bool Take(std::unique_ptr<Impl> fresh, std::vector<PQFault>& told, std::vector<PQFault>& faults);
   std::unique_ptr<Impl> impl_;
   bool designing_;
 };

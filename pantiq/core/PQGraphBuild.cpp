@@ -20,7 +20,7 @@ std::string ListOf(const std::vector<std::string>& names, const char* none) {
   return text;
 }
 
-// "UsePQMirror" is not far from TPQMirror; neither is "Mirror".
+// People leave out the beginning of a class's name: "Mirror", "PQMirror".
 std::string NearestClass(std::string_view name) {
   for (const char* prefix : {"T", "TPQ"}) {
     const std::string whole = prefix + std::string(name);
@@ -145,8 +145,9 @@ TJCPin* FindPinOf(const TComponent& owner, std::string_view path, PQPinRole role
     return pin;
   }
   if (path[name.size()] == '[' || name.size() + 1 == path.size()) {
-    fault = MakeFault({0, static_cast<int>(name.size()) + 1, static_cast<int>(path.size() - name.size())},
-                      std::string(path) + ": the pin's name is missing", "a pin, as " + std::string(name) + ".OutputPin");
+    fault =
+        MakeFault({0, static_cast<int>(name.size()) + 1, static_cast<int>(path.size() - name.size())},
+                  std::string(path) + ": the pin's name is missing", "a pin, as " + std::string(name) + ".OutputPin");
     fault.component = name;
     return nullptr;
   }
@@ -217,7 +218,8 @@ TComponent* GraphBuilder::Make(const PQClassInfo& info, const std::string& name,
   PQStatus status;
   try {
     component = info.Create(&owner_);
-    if (component == nullptr) status = CannotBeMade(info.Name(), "it only serves as a base; expected a class of its own");
+    if (component == nullptr)
+      status = CannotBeMade(info.Name(), "it only serves as a base; expected a class of its own");
   } catch (const std::exception& error) {
     status = CannotBeMade(info.Name(), error.what());
   }
@@ -234,6 +236,10 @@ TComponent* GraphBuilder::Make(const PQClassInfo& info, const std::string& name,
 }
 
 TComponent* GraphBuilder::Create(const PlannedComponent& planned, const std::string& name) {
+  if (planned.class_name.empty()) {  // told by the reader
+    whole_ = false;
+    return nullptr;
+  }
   const PQClassInfo* const info = PQFindClass(planned.class_name);
   if (info != nullptr) return Make(*info, name, planned.class_place);
   PQFault fault = MakeFault(planned.class_place, "there is no class '" + planned.class_name + "'",
@@ -249,10 +255,10 @@ void GraphBuilder::Apply(TComponent& component, const PlannedComponent& planned,
   for (PQTextSetting bare : planned.bare) {
     const PQProperty* const property = component.ClassInfo().DefaultProperty();
     if (property == nullptr) {
-      PQFault fault = MakeFault({bare.value_line, bare.value_column, static_cast<int>(bare.value.size())},
-                                component.GetName() + ": " + component.ClassInfo().Name() +
-                                    " takes no value without a property",
-                                "Property=value");
+      PQFault fault =
+          MakeFault({bare.value_line, bare.value_column, static_cast<int>(bare.value.size())},
+                    component.GetName() + ": " + component.ClassInfo().Name() + " takes no value without a property",
+                    "Property=value");
       fault.component = component.GetName(), fault.value = bare.value;
       Add(std::move(fault));
       continue;

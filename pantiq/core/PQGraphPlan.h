@@ -77,7 +77,8 @@ class GraphBuilder {
 
   // Where each component was named.
   const std::map<const TComponent*, GraphPlace>& Places() const { return places_; }
-  // False if a component or a connection is missing for a fault, so that nothing can be said about the graph as a whole.
+  // False if a component or a connection is missing for a fault, so that nothing can be said about the graph as a
+  // whole.
   bool IsWhole() const { return whole_; }
 
  private:

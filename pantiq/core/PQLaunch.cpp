@@ -123,7 +123,8 @@ class Lexer {
       return token;
     }
     if (end == begin) {
-      return FailAndSkip(Here(BareEnd(begin) - begin), "the property's name is missing", "Property=value", BareEnd(begin));
+      return FailAndSkip(Here(BareEnd(begin) - begin), "the property's name is missing", "Property=value",
+                         BareEnd(begin));
     }
     token.kind = Token::Kind::Setting;
     return ReadValue(token, end + 1);
@@ -174,7 +175,8 @@ class Reader {
     // Names first: a line may refer to a component that comes later.
     for (const Token& token : tokens) {
       std::string name;
-      if (token.kind == Token::Kind::Setting && token.path == "Name" && Unquoted(token.value, name)) names_.push_back(name);
+      if (token.kind == Token::Kind::Setting && token.path == "Name" && Unquoted(token.value, name))
+        names_.push_back(name);
     }
     for (const Token& token : tokens) {
       switch (token.kind) {
@@ -196,6 +198,8 @@ class Reader {
   }
 
  private:
+  static constexpr int kNone = -1, kBroken = -2;  // of open_: what stands there was no component
+
   static bool Unquoted(const std::string& value, std::string& text) {
     if (!value.starts_with('\'')) {
       text = value;
@@ -209,10 +213,8 @@ class Reader {
       faults_.push_back(MakeFault(token.place, "two '!' in a row", "a component or a pin between them"));
       return;
     }
-    if (!left_) {
+    if (!left_ && open_ != kBroken) {
       faults_.push_back(MakeFault(token.place, "nothing stands on the left of '!'", "a component or a source pin"));
-      skip_link_ = !broken_left_;
-      if (broken_left_) faults_.pop_back();  // what stands there has been told
     }
     pending_ = true, bang_ = token.place;
   }
@@ -224,10 +226,10 @@ class Reader {
     if (!is_path && PQFindClass(token.path) == nullptr &&
         std::find(names_.begin(), names_.end(), token.path) != names_.end()) {
       end.path = token.path;  // a component by its name
-      open_ = -1;
+      open_ = kNone;
     } else if (is_path) {
       end.path = token.path;
-      open_ = -1;
+      open_ = kNone;
     } else if (PQIsIdentifier(token.path)) {
       PlannedComponent component;
       component.class_name = token.path;
@@ -235,31 +237,30 @@ class Reader {
       open_ = end.component = static_cast<int>(plan_.components.size());
       plan_.components.push_back(std::move(component));
     } else {
-      faults_.push_back(MakeFault(token.place, "'" + token.path + "' is out of place",
-                                  "a class, a pin, Property=value or '!'"));
-      open_ = -2;
+      faults_.push_back(
+          MakeFault(token.place, "'" + token.path + "' is out of place", "a class, a pin, Property=value or '!'"));
+      open_ = kBroken;
       pending_ = false;
       left_.reset();
-      broken_left_ = true;
       return;
     }
     if (pending_ && left_) plan_.links.push_back({*left_, end});
     pending_ = false;
     left_ = end;
-    broken_left_ = false;
   }
 
   void ReadSetting(const Token& token) {
     if (open_ < 0) {
-      if (open_ == -2) return;  // what it belongs to has been told
-      faults_.push_back(MakeFault(token.kind == Token::Kind::Quoted ? token.value_place : token.place,
-                                  (token.kind == Token::Kind::Quoted ? token.value : token.path) +
-                                      ": this setting belongs to no component",
-                                  "it behind the class of its component"));
+      if (open_ == kBroken) return;  // what it belongs to has been told
+      faults_.push_back(MakeFault(
+          token.kind == Token::Kind::Quoted ? token.value_place : token.place,
+          (token.kind == Token::Kind::Quoted ? token.value : token.path) + ": this setting belongs to no component",
+          "it behind the class of its component"));
       return;
     }
     if (pending_) {
-      faults_.push_back(MakeFault(token.place, token.path + ": a setting stands behind '!'", "a component or a sink pin"));
+      faults_.push_back(
+          MakeFault(token.place, token.path + ": a setting stands behind '!'", "a component or a sink pin"));
       return;
     }
     PlannedComponent& component = plan_.components[static_cast<std::size_t>(open_)];
@@ -295,9 +296,8 @@ class Reader {
   std::vector<std::string> names_;
   std::optional<PlannedEnd> left_;  // what a '!' would connect from
   bool pending_ = false;            // a '!' waits for its right side
-  bool broken_left_ = false, skip_link_ = false;
   GraphPlace bang_;
-  int open_ = -1;  // the component that settings belong to; -2: one that was no component
+  int open_ = kNone;  // the component that settings belong to
 };
 
 }  // namespace

@@ -42,6 +42,11 @@ class PQ_EXPORT TComponent : public TPersistent {
   // True between the first property read from a stream and Loaded().
   bool IsLoading() const { return loading_; }
   void SetLoading(bool loading) { loading_ = loading; }
+
+  // True for a component that is looked at and edited but does not run: it loads no plug-ins and opens no devices.
+  bool IsDesigning() const { return designing_; }
+  void SetDesigning(bool designing) { designing_ = designing; }
+
   bool IsDestroying() const { return destroying_; }
 
   // Runs BeforeDestruction unless it has run. Concrete destructors and PQOwned's deleter call it.
@@ -55,7 +60,7 @@ class PQ_EXPORT TComponent : public TPersistent {
   TComponent* owner_ = nullptr;
   std::vector<TComponent*> components_;
   std::string name_;
-  bool loading_ = false, destroying_ = false;
+  bool loading_ = false, designing_ = false, destroying_ = false;
 };
 
 struct PQ_EXPORT PQComponentDeleter {

@@ -14,14 +14,19 @@ bool IsNameByte(char c) {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
 }
 
-std::vector<std::string> Names(const TPersistent& object, const PQProperty* held_by) {
+// What a path can lead to, or through on its way to a pin.
+std::vector<std::string> Names(const TPersistent& object, const PQProperty* held_by, bool pins) {
+  const bool of_list = held_by != nullptr && held_by->kind == PQKind::PinList;
   std::vector<std::string> names;
-  for (const PQProperty& p : PQAllProperties(object, held_by)) names.push_back(p.name);
+  for (const PQProperty& p : PQAllProperties(object, held_by)) {
+    const bool leads_on = p.kind == PQKind::Pin || p.kind == PQKind::PinList || p.kind == PQKind::Collection;
+    if (!pins || of_list || leads_on) names.push_back(p.name);
+  }
   return names;
 }
 
-std::string ListOf(const std::vector<std::string>& names) {
-  if (names.empty()) return "no property, there are none";
+std::string ListOf(const std::vector<std::string>& names, const char* what) {
+  if (names.empty()) return std::string("no ") + what + ", there are none";
   std::string text = "one of ";
   for (std::size_t i = 0; i < names.size() && i < 40; ++i) {
     if (i != 0) text += ", ";
@@ -74,8 +79,11 @@ PQStatus PQParsePath(std::string_view text, std::vector<PQPathStep>& steps, std:
 
 std::string PQPathName(std::string_view name) { return PQIsIdentifier(name) ? std::string(name) : PQQuote(name); }
 
-bool PQFollowPath(TPersistent& root, const std::vector<PQPathStep>& steps, bool make_items, PQPathEnd& end,
-                  PQFault& fault) {
+namespace {
+
+bool Follow(TPersistent& root, const std::vector<PQPathStep>& steps, bool make_items, bool pins, PQPathEnd& end,
+            PQFault& fault) {
+  const char* const what = pins ? "pin" : "property";
   TPersistent* object = &root;
   PQProperty holder;  // what `object` is the thing of, below the root
   const PQProperty* held_by = nullptr;
@@ -130,8 +138,14 @@ bool PQFollowPath(TPersistent& root, const std::vector<PQPathStep>& steps, bool 
     } else {
       std::optional<PQProperty> found = PQFindProperty(*object, step.name, held_by);
       if (!found) {
-        const std::vector<std::string> names = Names(*object, held_by);
-        return fail(step, "there is no property '" + step.name + "' in " + object->ClassInfo().Name(), ListOf(names),
+        if (object->HasUntoldProperties()) {
+          fault.severity = PQSeverity::Note;
+          return fail(step, PQPathName(step.name) + " cannot be checked now", "a property that shows up at run time",
+                      {});
+        }
+        const std::vector<std::string> names = Names(*object, held_by, pins);
+        const std::string where = held_by != nullptr ? held_by->type_name : object->ClassInfo().Name();
+        return fail(step, std::string("there is no ") + what + " '" + step.name + "' in " + where, ListOf(names, what),
                     PQNearest(step.name, names));
       }
       end.property = std::move(*found);
@@ -139,7 +153,11 @@ bool PQFollowPath(TPersistent& root, const std::vector<PQPathStep>& steps, bool 
       path += PQPathName(step.name);
     }
     end.object = object;
-    if (last) return true;
+    if (last) {
+      if (!pins || end.property.kind == PQKind::Pin || end.property.kind == PQKind::PinList) return true;
+      const std::vector<std::string> names = Names(*object, held_by, true);
+      return fail(step, "this is no pin", ListOf(names, what), {});
+    }
     TPersistent* inner = end.property.object ? end.property.object(*object) : nullptr;
     if (inner == nullptr) {
       return fail(steps[i + 1], end.property.type_name + " has no properties of its own", "a value right here", {});
@@ -149,6 +167,18 @@ bool PQFollowPath(TPersistent& root, const std::vector<PQPathStep>& steps, bool 
     held_by = &holder;
   }
   return false;
+}
+
+}  // namespace
+
+bool PQFollowPath(TPersistent& root, const std::vector<PQPathStep>& steps, bool make_items, PQPathEnd& end,
+                  PQFault& fault) {
+  return Follow(root, steps, make_items, false, end, fault);
+}
+
+bool PQFollowPinPath(TPersistent& root, const std::vector<PQPathStep>& steps, bool make_items, PQPathEnd& end,
+                     PQFault& fault) {
+  return Follow(root, steps, make_items, true, end, fault);
 }
 
 std::vector<std::pair<int, int>> PQPathOrder(TPersistent& root, const std::vector<PQPathStep>& steps) {

@@ -30,10 +30,15 @@ struct PQPathEnd {
 
 // Follows a path from `root`. With `make_items` missing items of collections are added up to the index, at most
 // kPQMostItems. A failure fills the fault's text, property, value, expected and nearest; its column and length are
-// those of the offending step within the path (column 1 is the path's first byte).
+// those of the offending step within the path (column 1 is the path's first byte). Where an object's properties cannot
+// be told (HasUntoldProperties) the fault is only a note.
 inline constexpr int kPQMostItems = 1024;
 PQ_EXPORT bool PQFollowPath(TPersistent& root, const std::vector<PQPathStep>& steps, bool make_items, PQPathEnd& end,
                             PQFault& fault);
+
+// Follows a path to a pin or a list of pins; messages name pins only.
+PQ_EXPORT bool PQFollowPinPath(TPersistent& root, const std::vector<PQPathStep>& steps, bool make_items, PQPathEnd& end,
+                               PQFault& fault);
 
 // Orders settings: by PQProperty::order, then by declaration, at each level of sets of sub-properties. Settings of
 // unknown names come last.

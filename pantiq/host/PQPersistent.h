@@ -28,6 +28,10 @@ class PQ_EXPORT TPersistent {
   // Properties that this one object has beside those of its class: parameters of a plug-in, pins of a list.
   virtual std::vector<PQProperty> InstanceProperties() const { return {}; }
 
+  // True if there are properties that cannot be told now: the parameters of a plug-in that isn't loaded. Settings of
+  // unknown names are then passed over with a note.
+  virtual bool HasUntoldProperties() const { return false; }
+
   // Makes this object's published values equal to the source's, through the setters, property by property; what the
   // source does not publish under the same name and kind stays. Nested objects and collections are assigned in turn.
   virtual void Assign(const TPersistent& source);

@@ -25,6 +25,21 @@ struct Entry {
   const TPersistent* holder = nullptr;  // with the property's name this tells entries apart, however a path is spelt
 };
 
+// A path with quotes only where they are needed.
+std::string Plain(const std::string& path) {
+  std::vector<PQPathStep> steps;
+  if (!PQParsePath(path, steps).Ok()) return path;
+  std::string plain;
+  for (const PQPathStep& step : steps) {
+    if (step.name.empty()) {
+      plain.append("[").append(std::to_string(step.index)).append("]");
+    } else {
+      plain.append(plain.empty() ? "" : ".").append(PQPathName(step.name));
+    }
+  }
+  return plain;
+}
+
 // Everything that can be stored of one object, sub-properties included, in the order in which it is set again.
 class Present {
  public:
@@ -75,7 +90,7 @@ class Present {
         case PQKind::Pin:
           entry.is_pin = true;
           if (p.pin_role == PQPinRole::Source || part == nullptr) continue;
-          entry.value = part->GetSaveName();
+          entry.value = Plain(part->GetSaveName());
           if (entry.value.empty()) continue;
           break;
         default: {
