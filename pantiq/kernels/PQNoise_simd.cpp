@@ -151,9 +151,8 @@ PQ_INLINE void NextX(Source& source, Ints (&x)[kVectors]) {
   const Ints sum = Responses<kLast, 0, kVectors * kNibbles>(signs);
   x[kLast] = Add(z[kLast], sum);
   // The last three X, the first of them less the last borrow, start the next block.
-  alignas(64) static constexpr std::uint32_t kThirdLast[16] = {0, 0, 0,   0, 0, kLanes == 8 ? ~0u : 0, 0, 0, 0, 0, 0,
-                                                               0, 0, ~0u, 0, 0};
-  const Ints borrow = And(LastOfQuarter(SignFill(t[kLast])), Load(kThirdLast));
+  alignas(64) static constexpr std::uint32_t kThirdLast[16] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, ~0u};
+  const Ints borrow = And(LastOfQuarter(SignFill(t[kLast])), Load(kThirdLast + 16 - kLanes));
   const Ints last = Add(Sub(z[kLast], borrow), sum);
   source.p = Spread(last, kLanes - 3);
   source.q = Spread(last, kLanes - 2);
