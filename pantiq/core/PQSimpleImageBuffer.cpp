@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "pantiq/kernels/PQBaseKernels.h"
-#include "pantiq/core/PQFormatInterim.h"
+#include "pantiq/kernels/PQFormatKernels.h"
 
 namespace pantiq {
 
@@ -117,13 +117,13 @@ void TPQImageBuffer::SetFormat(TPQVideoFormat format) {
   const int from_step = GetStep(), to_step = width_ * PQPixelSize(format);
   const IppiSize size{width_, height_};
   if (format_ == vfRGB24 && format == vfGrayScale) {
-    pqRGB24ToGray(from, from_step, to, to_step, size);
+    PQRGB24ToGray(from, from_step, to, to_step, size);
   } else if (format_ == vfGrayScale && format == vfRGB24) {
-    pqGrayToRGB24(from, from_step, to, to_step, size);
+    PQGrayToRGB24(from, from_step, to, to_step, size);
   } else if (format_ == vfYUY2 && format == vfRGB24) {
-    pqYUY2ToRGB24(from, from_step, to, to_step, size);
+    PQYUY2ToRGB24(from, from_step, to, to_step, size);
   } else if (format_ == vfRGB24 && format == vfYUY2) {
-    pqRGB24ToYUY2(from, from_step, to, to_step, size);
+    PQRGB24ToYUY2(from, from_step, to, to_step, size);
   } else {  // between gray and YUY2 by way of colour
     SetFormat(vfRGB24);
     SetFormat(format);
