@@ -1,0 +1,26 @@
+// Commands that work on a graph. `words` is a launch line, in one piece or several, or the name of a graph file.
+#pragma once
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace pantiq::app {
+
+struct RunArguments {
+  std::vector<std::string> words;
+  std::int64_t frames = 0;         // 0: no limit
+  double seconds = 0, from = 0;    // 0: no limit; from the start
+  bool realtime = false, overwrite = false, json = false, quiet = false;
+};
+
+// Frames that a measurement takes if it is given no limit.
+inline constexpr std::int64_t kBenchFrames = 300;
+
+int RunGraph(const RunArguments& arguments);
+int BenchGraph(const RunArguments& arguments);
+int CheckGraph(const std::vector<std::string>& words, bool json);
+// `output` "-" is standard output.
+int SaveGraph(const std::vector<std::string>& words, const std::string& output, bool overwrite);
+int DrawGraph(const std::vector<std::string>& words);
+
+}  // namespace pantiq::app

@@ -1,0 +1,91 @@
+#include "Examples.h"
+
+#include <vector>
+
+#include "GraphText.h"
+#include "pantiq/core/PQStreamTypes.h"
+#include "pantiq/host/PQRegistry.h"
+#include "sinks/ProgramSink.h"
+
+namespace pantiq::app {
+namespace {
+
+// What an object gives and takes, by its published pins.
+struct Ends {
+  const JCStreamType* in = nullptr;   // of the pin that ! connects
+  const JCStreamType* out = nullptr;
+  std::vector<std::string> more;      // further sinks of the stream type `in`
+  std::string reads, writes;          // "FileName"
+};
+
+const JCStreamType* StreamOf(TPersistent* part) {
+  if (auto* pin = PQCast<TJCPin>(part)) return &pin->GetStreamType();
+  auto* list = PQCast<TJCPinList>(part);
+  return list != nullptr && list->GetCount() > 0 ? &list->GetPin(0)->GetStreamType() : nullptr;
+}
+
+Ends EndsOf(TComponent& object) {
+  const PQClassInfo& info = object.ClassInfo();
+  Ends ends;
+  const PQProperty* sink = info.DefaultPin(PQPinRole::Sink);
+  const PQProperty* source = info.DefaultPin(PQPinRole::Source);
+  if (sink != nullptr && sink->object) ends.in = StreamOf(sink->object(object));
+  if (source != nullptr && source->object) ends.out = StreamOf(source->object(object));
+  for (const PQProperty& property : info.Properties()) {
+    if (property.kind == PQKind::Pin && property.pin_role == PQPinRole::Sink && property.name != sink->name &&
+        property.object && StreamOf(property.object(object)) == ends.in) {
+      ends.more.push_back(property.name);
+    }
+    if (property.default_value == PQValue("")) {
+      if (property.file_use == PQFileUse::Read) ends.reads = property.name;
+      if (property.file_use == PQFileUse::Write) ends.writes = property.name;
+    }
+  }
+  return ends;
+}
+
+// The first class of the library that makes frames out of nothing.
+std::string Generator() {
+  for (const PQClassInfo* info : PQRegisteredClasses(kPantiqPage)) {
+    const PQOwned<TComponent> object = PQCreateComponent(info->Name());
+    if (object == nullptr || info->DefaultPin(PQPinRole::Sink) != nullptr) continue;
+    const Ends ends = EndsOf(*object);
+    if (ends.out == &kPQImageStream && ends.reads.empty()) return info->Name();
+  }
+  return {};
+}
+
+}  // namespace
+
+std::string ExampleOf(const PQClassInfo& info) {
+  const PQOwned<TComponent> object = PQCreateComponent(info.Name());
+  const std::string generator = Generator();
+  if (object == nullptr || generator.empty()) return {};
+  const Ends ends = EndsOf(*object);
+  if (ends.in == nullptr && ends.out == nullptr) return {};
+  std::string line;
+  if (ends.in == &kRWRealStream) {  // numbers come from a class that makes them of frames
+    for (const PQClassInfo* maker : PQRegisteredClasses(kPantiqPage)) {
+      const PQOwned<TComponent> other = PQCreateComponent(maker->Name());
+      if (other == nullptr) continue;
+      const Ends its = EndsOf(*other);
+      if (its.in == &kPQImageStream && its.out == &kRWRealStream) line = generator + " ! " + maker->Name() + " ! ";
+      if (!line.empty()) break;
+    }
+    if (line.empty()) return {};
+  } else if (ends.in == &kPQImageStream) {
+    line = generator + " ! ";
+  } else if (ends.in != nullptr) {
+    return {};
+  }
+  line += info.Name();
+  if (!ends.more.empty()) line += " Name=it";
+  if (!ends.reads.empty()) line += " " + ends.reads + "=in.mp4";
+  if (!ends.writes.empty()) line += " " + ends.writes + "=out.asf";
+  if (ends.out == &kPQImageStream) line += " ! checksum";
+  if (ends.out == &kRWRealStream) line += " ! numbers";
+  for (const std::string& pin : ends.more) line += "  " + generator + " ! it." + pin;
+  return IsFaultless(line) ? line : std::string();
+}
+
+}  // namespace pantiq::app
