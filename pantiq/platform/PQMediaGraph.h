@@ -92,7 +92,7 @@ class PQ_EXPORT PQMediaGraph {
   virtual PQPlatformResult EndOfStream(PQFilterId source) = 0;
   virtual PQPlatformResult Drain(int limit_milliseconds) = 0;
 
-  // Ends every wait inside SendVideo, SendAudio and Drain, now and until the next Run.
+  // Ends every wait inside SendVideo and SendAudio, now and until the next Run, and a Drain that is under way.
   virtual void Interrupt() = 0;
 };
 

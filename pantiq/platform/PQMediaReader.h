@@ -77,6 +77,9 @@ class PQ_EXPORT PQMediaReader {
   virtual PQPlatformResult Pause() = 0;
   virtual PQPlatformResult Resume() = 0;
   virtual PQPlatformResult Stop() = 0;
+
+  // Ends a wait inside Open or Start, which then fails. Any thread, at any time.
+  virtual void Interrupt() = 0;
 };
 
 }  // namespace pantiq

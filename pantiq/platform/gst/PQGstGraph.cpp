@@ -580,6 +580,7 @@ PQPlatformResult Graph::Drain(int limit_milliseconds) {
   }
   {
     std::unique_lock lock(flow_->mutex);
+    flow_->interrupted = false;
     flow_->changed.wait_for(lock, std::chrono::milliseconds(limit_milliseconds),
                             [&] { return flow_->end_of_stream || flow_->interrupted || !flow_->failure.Ok(); });
     if (!flow_->failure.Ok()) return flow_->failure;

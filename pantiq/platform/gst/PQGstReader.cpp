@@ -104,6 +104,11 @@ class Reader final : public PQMediaReader {
     TearDown();
     return {};
   }
+  void Interrupt() override {
+    const std::lock_guard lock(mutex_);
+    interrupted_ = true;
+    changed_.notify_all();
+  }
 
  private:
   static PQPlatformResult NotOpen() { return {kPlatformState, "no file is open"}; }
@@ -153,7 +158,7 @@ class Reader final : public PQMediaReader {
   // Shared with GStreamer's threads.
   std::mutex mutex_;
   std::condition_variable changed_;
-  bool all_pads_ = false, told_ = false, has_video_ = false, has_audio_ = false;
+  bool interrupted_ = false, all_pads_ = false, told_ = false, has_video_ = false, has_audio_ = false;
   PQPlatformResult failure_;
   std::vector<std::string> missing_;
   std::vector<std::unique_ptr<Output>> found_;
@@ -315,7 +320,7 @@ bool Reader::ReadyToStart() {
 PQPlatformResult Reader::Build() {
   {
     const std::lock_guard lock(mutex_);
-    all_pads_ = told_ = has_video_ = has_audio_ = false;
+    interrupted_ = all_pads_ = told_ = has_video_ = has_audio_ = false;
     failure_ = {};
     missing_.clear();
     found_.clear();
@@ -351,12 +356,14 @@ PQPlatformResult Reader::Build() {
   {
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, kOpenLimit, [this] {
-      return !failure_.Ok() || (all_pads_ && (found_.empty() || ReadyToStart() ||
-                                              std::any_of(found_.begin(), found_.end(),
-                                                          [](const auto& output) { return output->prerolled; })));
+      return interrupted_ || !failure_.Ok() ||
+             (all_pads_ &&
+              (found_.empty() || ReadyToStart() ||
+               std::any_of(found_.begin(), found_.end(), [](const auto& output) { return output->prerolled; })));
     });
     // An output that is announced and never brings anything must not hold up the others.
-    changed_.wait_for(lock, kOutputLimit, [this] { return !failure_.Ok() || ReadyToStart(); });
+    changed_.wait_for(lock, kOutputLimit, [this] { return interrupted_ || !failure_.Ok() || ReadyToStart(); });
+    if (interrupted_) failure_ = {kPlatformInterrupted, "was interrupted"};
     if (failure_.Ok() && !all_pads_) failure_ = {kPlatformTimeout, "brings nothing"};
     if (failure_.Ok()) {
       changed_.wait_for(lock, kStampLimit, [this] {
@@ -418,6 +425,8 @@ void Reader::ReadProps(Output& output) {
     props.sample_rate = GST_AUDIO_INFO_RATE(&output.audio_info);
     props.bits_per_sample = 16;
     props.block_align = props.sample_size = props.channels * 2;
+    // Whatever comes later in the file is converted to this form.
+    gst_app_sink_set_caps(GST_APP_SINK(output.sink.get()), output.caps.get());
   }
 }
 
