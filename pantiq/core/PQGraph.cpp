@@ -108,10 +108,11 @@ void PQGraph::Impl::ReadLaunch(bool designing, std::vector<PQFault>& faults) {
 }
 
 void PQGraph::Impl::Build(const GraphPlan& plan, bool designing, std::vector<PQFault>& faults) {
+  const bool read = !detail::HasErrors(faults);
   GraphBuilder builder(root, designing, faults);
   builder.Build(plan);
   places = builder.Places();
-  whole = builder.IsWhole();
+  whole = read && builder.IsWhole();
 }
 
 namespace {
@@ -257,11 +258,9 @@ PQStatus PQGraph::Set(std::string_view path, std::string_view value) {
   std::vector<PQFault> faults;
   PQApplyText(*component, component->GetName(), {setting}, links, faults);
   for (const PQTextLink& link : links) {
-    PQFault fault;
-    TJCPin* const source = detail::FindPinOf(impl_->root, link.setting.value, PQPinRole::Source, fault);
-    TJCPin* const sink = PQCast<TJCPin>(link.pin.property.object(*link.pin.object));
-    if (source == nullptr) return {PQCode::NotFound, fault.text};
-    if (sink != nullptr) return source->Connect(*sink);
+    if (PQStatus status = Connect(link.setting.value, component->GetName() + "." + link.setting.path); !status.Ok()) {
+      return status;
+    }
   }
   return StatusOf(faults, PQCode::BadValue);
 }

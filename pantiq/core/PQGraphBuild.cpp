@@ -167,17 +167,6 @@ TJCPin* FindPinOf(const TComponent& owner, std::string_view path, PQPinRole role
 
 void GraphBuilder::Add(PQFault fault) { faults_.push_back(std::move(fault)); }
 
-void GraphBuilder::Add(PQFault fault, const GraphPlace& at) {
-  if (fault.column > 0) {
-    fault.column += at.column - 1;
-  } else {
-    fault.column = at.column, fault.length = at.length;
-  }
-  fault.line = at.line;
-  whole_ = false;
-  Add(std::move(fault));
-}
-
 void GraphBuilder::NameComponents(const GraphPlan& plan, std::vector<std::string>& names) {
   std::map<std::string, GraphPlace> taken;
   for (const TComponent* present : owner_.GetComponents()) taken[present->GetName()] = {};
@@ -189,6 +178,7 @@ void GraphBuilder::NameComponents(const GraphPlan& plan, std::vector<std::string
       PQFault fault = MakeFault(planned.name_place, PQQuote(planned.name) + " is no name of a component",
                                 "letters, digits and underscores, not starting with a digit");
       fault.property = "Name", fault.value = planned.name;
+      whole_ = false;
       Add(std::move(fault));
       continue;
     }
@@ -198,6 +188,7 @@ void GraphBuilder::NameComponents(const GraphPlan& plan, std::vector<std::string
                                 "a name of its own; the first stands in line " + std::to_string(first->second.line) +
                                     ", column " + std::to_string(first->second.column));
       fault.component = planned.name, fault.property = "Name", fault.value = planned.name;
+      whole_ = false;
       Add(std::move(fault));
       continue;
     }
@@ -250,7 +241,7 @@ TComponent* GraphBuilder::Create(const PlannedComponent& planned, const std::str
   return nullptr;
 }
 
-void GraphBuilder::Apply(TComponent& component, const PlannedComponent& planned, std::vector<PQTextLink>& links) {
+void GraphBuilder::Apply(TComponent& component, const PlannedComponent& planned, std::vector<GraphLink>& links) {
   std::vector<PQTextSetting> settings = planned.settings;
   for (PQTextSetting bare : planned.bare) {
     const PQProperty* const property = component.ClassInfo().DefaultProperty();
@@ -266,7 +257,30 @@ void GraphBuilder::Apply(TComponent& component, const PlannedComponent& planned,
     bare.path = property->name;
     settings.push_back(std::move(bare));
   }
-  PQApplyText(component, component.GetName(), std::move(settings), links, faults_);
+  const std::size_t before = faults_.size();
+  std::vector<PQTextLink> read;
+  PQApplyText(component, component.GetName(), settings, read, faults_);
+  for (PQTextLink& found : read) {
+    const PQTextSetting& setting = found.setting;
+    GraphLink link;
+    link.sink = &component;
+    link.sink_path = found.prefix + setting.path;
+    // The path in the text begins behind the prefix.
+    link.sink_place = {setting.line, setting.column - static_cast<int>(found.prefix.size()),
+                       static_cast<int>(setting.path.size())};
+    link.source_path = setting.value;
+    link.source_place = {setting.value_line, setting.value_column, static_cast<int>(setting.value.size())};
+    link.place = link.source_place;
+    links.push_back(std::move(link));
+  }
+  // A value that is wrong says nothing about the graph as a whole; a property or a pin that isn't there may.
+  for (std::size_t i = before; i < faults_.size(); ++i) {
+    const PQFault& fault = faults_[i];
+    const bool at_value = std::any_of(settings.begin(), settings.end(), [&](const PQTextSetting& setting) {
+      return setting.value_line == fault.line && setting.value_column == fault.column;
+    });
+    if (!at_value && fault.severity == PQSeverity::Error) whole_ = false;
+  }
 }
 
 void GraphBuilder::Connect(TJCPin& source, TJCPin& sink, const GraphPlace& place) {
@@ -301,18 +315,45 @@ void GraphBuilder::Connect(TJCPin& source, TJCPin& sink, const GraphPlace& place
   connected_[&sink] = place;
 }
 
-TJCPin* GraphBuilder::EndPin(const PlannedEnd& end, PQPinRole role, const std::vector<TComponent*>& made) {
-  PQFault fault;
-  TJCPin* pin = nullptr;
-  if (end.component >= 0) {
-    TComponent* const component = made[static_cast<std::size_t>(end.component)];
-    if (component == nullptr) return nullptr;  // its fault has been told
-    pin = DefaultPinOf(*component, role, fault);
-  } else {
-    pin = FindPinOf(owner_, end.path, role, fault);
+bool GraphBuilder::TryConnect(const GraphLink& link, PQFault& fault) {
+  fault = {};
+  const auto at = [&](const GraphPlace& place) {
+    if (fault.column > 0) {
+      fault.column += place.column - 1;
+    } else {
+      fault.column = place.column, fault.length = place.length;
+    }
+    fault.line = place.line, fault.offset = link.offset;
+    if (place.line == 0) fault.column = 0;
+    return false;
+  };
+  TJCPin* const source = link.source != nullptr ? DefaultPinOf(*link.source, PQPinRole::Source, fault)
+                                                : FindPinOf(owner_, link.source_path, PQPinRole::Source, fault);
+  if (source == nullptr) return at(link.source_place);
+  TJCPin* const sink = link.sink == nullptr     ? FindPinOf(owner_, link.sink_path, PQPinRole::Sink, fault)
+                       : link.sink_path.empty() ? DefaultPinOf(*link.sink, PQPinRole::Sink, fault)
+                                                : PinOfPath(*link.sink, link.sink_path, fault);
+  if (sink == nullptr) return at(link.sink_place);
+  const std::size_t before = faults_.size();
+  Connect(*source, *sink, link.place);
+  for (std::size_t i = before; i < faults_.size(); ++i) faults_[i].offset = link.offset;
+  return true;
+}
+
+void GraphBuilder::Connect(std::vector<GraphLink> links) {
+  std::vector<PQFault> open;
+  for (std::size_t before = links.size() + 1; !links.empty() && links.size() < before;) {
+    before = links.size();
+    open.clear();
+    std::erase_if(links, [&](const GraphLink& link) {
+      PQFault fault;
+      if (TryConnect(link, fault)) return true;
+      open.push_back(std::move(fault));
+      return false;
+    });
   }
-  if (pin == nullptr) Add(std::move(fault), end.place);
-  return pin;
+  if (!open.empty()) whole_ = false;
+  for (PQFault& fault : open) Add(std::move(fault));
 }
 
 void GraphBuilder::Build(const GraphPlan& plan) {
@@ -334,29 +375,26 @@ void GraphBuilder::Build(const GraphPlan& plan) {
     return missing.count(path.substr(0, path.find_first_of(".["))) != 0;
   };
 
-  std::vector<PQTextLink> links;
+  // Connections that properties say come first: they name their pins, and `!` takes what is left.
+  std::vector<GraphLink> links;
   for (std::size_t i = 0; i < made.size(); ++i) {
     if (made[i] != nullptr) Apply(*made[i], plan.components[i], links);
   }
-  for (const PQTextLink& link : links) {
-    const PQTextSetting& setting = link.setting;
-    if (is_missing(setting.value)) continue;
-    const GraphPlace at{setting.value_line, setting.value_column, static_cast<int>(setting.value.size())};
-    PQFault fault;
-    TJCPin* const source = FindPinOf(owner_, setting.value, PQPinRole::Source, fault);
-    TJCPin* const sink = PQCast<TJCPin>(link.pin.property.object(*link.pin.object));
-    if (source == nullptr) {
-      Add(std::move(fault), at);
-    } else if (sink != nullptr) {
-      Connect(*source, *sink, at);
-    }
+  std::erase_if(links, [&](const GraphLink& link) { return is_missing(link.source_path); });
+  Connect(std::move(links));
+  links.clear();
+  for (const PlannedLink& planned : plan.links) {
+    if (is_missing(planned.source.path) || is_missing(planned.sink.path)) continue;
+    GraphLink link;
+    link.source_path = planned.source.path, link.source_place = planned.source.place;
+    link.sink_path = planned.sink.path, link.sink_place = link.place = planned.sink.place;
+    const int source = planned.source.component, sink = planned.sink.component;
+    if (source >= 0) link.source = made[static_cast<std::size_t>(source)];
+    if (sink >= 0) link.sink = made[static_cast<std::size_t>(sink)];
+    if ((source >= 0 && link.source == nullptr) || (sink >= 0 && link.sink == nullptr)) continue;  // told before
+    links.push_back(std::move(link));
   }
-  for (const PlannedLink& link : plan.links) {
-    if (is_missing(link.source.path) || is_missing(link.sink.path)) continue;
-    TJCPin* const source = EndPin(link.source, PQPinRole::Source, made);
-    TJCPin* const sink = EndPin(link.sink, PQPinRole::Sink, made);
-    if (source != nullptr && sink != nullptr) Connect(*source, *sink, link.sink.place);
-  }
+  Connect(std::move(links));
   Finish();
 }
 

@@ -192,17 +192,15 @@ bool PQGraph::LoadBinary(std::span<const std::uint8_t> bytes, std::vector<PQFaul
     }
   }
   if (reader.Ok() && !reader.AtEnd()) reader.Malformed("there is more behind the graph", "the end");
-  for (const PQBinaryLink& link : links) {
-    if (!reader.Ok()) break;
-    PQFault fault;
-    TJCPin* const source = detail::FindPinOf(fresh->root, link.target, PQPinRole::Source, fault);
-    TJCPin* const sink = PQCast<TJCPin>(link.pin.property.object(*link.pin.object));
-    if (source != nullptr && sink != nullptr) {
-      builder.Connect(*source, *sink, {});
-    } else {
-      fault.column = 0, fault.offset = link.offset;
-      told.push_back(std::move(fault));
+  if (reader.Ok()) {
+    std::vector<detail::GraphLink> connections;
+    for (const PQBinaryLink& link : links) {
+      detail::GraphLink connection;
+      connection.sink = fresh->root.FindComponent(link.component);
+      connection.sink_path = link.path, connection.source_path = link.target, connection.offset = link.offset;
+      connections.push_back(std::move(connection));
     }
+    builder.Connect(std::move(connections));
   }
   builder.Finish();
   return Take(std::move(fresh), told, faults);

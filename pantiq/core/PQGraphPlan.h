@@ -62,6 +62,16 @@ TJCPin* PinOfPath(TComponent& component, std::string_view path, PQFault& fault);
 // The pin of "Name.Pin" or "Name" among the owner's components. A fault's column is relative to the path.
 TJCPin* FindPinOf(const TComponent& owner, std::string_view path, PQPinRole role, PQFault& fault);
 
+// A connection to be made.
+struct GraphLink {
+  TComponent* source = nullptr;  // its default pin, unless a path is given
+  TComponent* sink = nullptr;    // what the sink's path begins at; null: the graph
+  std::string source_path, sink_path;
+  GraphPlace source_place, sink_place;  // of the paths
+  GraphPlace place;                     // what a refusal points at
+  std::size_t offset = 0;               // in a binary stream
+};
+
 // Makes components, sets their properties and connects them.
 class GraphBuilder {
  public:
@@ -73,6 +83,9 @@ class GraphBuilder {
   // The steps of Build, for streams that bring properties in a form of their own.
   TComponent* Make(const PQClassInfo& info, const std::string& name, const GraphPlace& place);
   void Connect(TJCPin& source, TJCPin& sink, const GraphPlace& place);
+  // Connects all of them, in order. What cannot be found is tried again when others are connected, for lists of pins
+  // grow.
+  void Connect(std::vector<GraphLink> links);
   void Finish();
 
   // Where each component was named.
@@ -84,9 +97,8 @@ class GraphBuilder {
  private:
   void NameComponents(const GraphPlan& plan, std::vector<std::string>& names);
   TComponent* Create(const PlannedComponent& planned, const std::string& name);
-  void Apply(TComponent& component, const PlannedComponent& planned, std::vector<PQTextLink>& links);
-  TJCPin* EndPin(const PlannedEnd& end, PQPinRole role, const std::vector<TComponent*>& made);
-  void Add(PQFault fault, const GraphPlace& at);
+  void Apply(TComponent& component, const PlannedComponent& planned, std::vector<GraphLink>& links);
+  bool TryConnect(const GraphLink& link, PQFault& fault);
   void Add(PQFault fault);
 
   TComponent& owner_;

@@ -67,8 +67,9 @@ class Lexer {
   std::nullopt_t NotClosed(std::size_t at) {
     StepTo(at);
     const std::size_t line_end = std::min(text_.find('\n', at), text_.size());
-    return FailAndSkip(Here(line_end - at), "the text is not closed", "a single quote at its end, '' for one inside",
-                       line_end);
+    // What follows may be inside the text or not; nothing sure can be said of it.
+    return FailAndSkip(Here(line_end - at), "the text is not closed",
+                       "a single quote at its end in the same line, '' for one inside", text_.size());
   }
 
   // Behind the bracket that closes the one at `at`, or npos.
@@ -111,6 +112,14 @@ class Lexer {
     }
     token.path = text_.substr(begin, end - begin);
     token.place.length = static_cast<int>(end - begin);
+    std::size_t equals = end;
+    while (equals < text_.size() && (text_[equals] == ' ' || text_[equals] == '\t')) ++equals;
+    if (equals != end && equals < text_.size() && text_[equals] == '=') {
+      std::size_t value = equals + 1;
+      while (value < text_.size() && (text_[value] == ' ' || text_[value] == '\t')) ++value;
+      return FailAndSkip(Here(equals + 1 - begin), token.path + ": a blank stands before '='", token.path + "=value",
+                         BareEnd(value));
+    }
     if (end >= text_.size() || text_[end] != '=') {
       if (text_[begin] == '\'') {
         token.kind = Token::Kind::Quoted;

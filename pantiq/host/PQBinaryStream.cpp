@@ -365,6 +365,14 @@ bool PQBinaryReader::ReadProperties(TPersistent& object, const PQProperty* held_
     std::string name;
     if (!ReadText(name)) return false;
     const std::optional<PQProperty> property = PQFindProperty(object, name, held_by);
+    if (!property && held_by != nullptr && held_by->kind == PQKind::PinList && Take(PQTag::Link)) {
+      std::string_view target;
+      if (!ReadCounted(target)) return false;
+      PQBinaryLink& link = links.emplace_back();
+      link.component = place.component, link.path = place.prefix + PQPathName(name);
+      link.target = target, link.offset = offset;
+      continue;
+    }
     if (!property) {
       std::vector<std::string> names;
       for (PQProperty& known : PQAllProperties(object, held_by)) names.push_back(std::move(known.name));
@@ -438,7 +446,7 @@ bool PQBinaryReader::ReadProperty(TPersistent& object, const PQProperty& propert
       if (tag != PQTag::Link || property.pin_role == PQPinRole::Source) return unfit();
       std::string_view target;
       if (!ReadCounted(target)) return false;
-      links.push_back({{&object, property}, place.prefix + path, std::string(target), offset});
+      links.push_back({{&object, property}, place.component, place.prefix + path, std::string(target), offset});
       return true;
     }
     default:

@@ -73,11 +73,13 @@ class PQ_EXPORT PQBinaryWriter {
   PQBytes bytes_;
 };
 
-// A connection that was read; the owner of the components makes it when all of them exist.
+// A connection that was read; the owner of the components makes it when all of them exist. As in PQTextLink, a pin that
+// its list does not have (yet) has a null `pin.object`.
 struct PQBinaryLink {
   PQPathEnd pin;
-  std::string path;    // of the pin, for messages
-  std::string target;  // "Name.OutputPin"
+  std::string component;  // the name that ReadObject was given
+  std::string path;       // of the pin, from the component
+  std::string target;     // "Name.OutputPin"
   std::size_t offset = 0;
 };
 

@@ -143,9 +143,13 @@ bool Follow(TPersistent& root, const std::vector<PQPathStep>& steps, bool make_i
           return fail(step, PQPathName(step.name) + " cannot be checked now", "a property that shows up at run time",
                       {});
         }
+        if (PQCast<TCollection>(object) != nullptr) {
+          return fail(step, "this is a collection", "the number of an item first, as [0]." + PQPathName(step.name), {});
+        }
         const std::vector<std::string> names = Names(*object, held_by, pins);
-        const std::string where = held_by != nullptr ? held_by->type_name : object->ClassInfo().Name();
-        return fail(step, std::string("there is no ") + what + " '" + step.name + "' in " + where, ListOf(names, what),
+        const bool of_list = held_by != nullptr && held_by->kind == PQKind::PinList;
+        const std::string where = of_list ? std::string() : " in " + object->ClassInfo().Name();
+        return fail(step, std::string("there is no ") + what + " '" + step.name + "'" + where, ListOf(names, what),
                     PQNearest(step.name, names));
       }
       end.property = std::move(*found);

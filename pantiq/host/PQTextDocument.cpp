@@ -41,18 +41,20 @@ class Parser {
       }
       if (header_due) {
         header_due = false;
-        ReadHeader(first);
+        if (!ReadHeader(first)) ReadLine(first);
       } else {
         ReadLine(first);
       }
       pos_ = line_end_ + 1;
     }
-    if (header_due) Fault(1, 1, 1, "the text does not begin with its header", std::string(options_.header));
+    if (header_due)
+      Fault(1, 1, 1, "the text does not begin with its header",
+            "'" + std::string(options_.header) + "' in the first line");
     LeaveCollection();
     while (stack_.size() > 1) {
       const PQTextNode& open = *stack_.back();
-      Fault(open.line, open.column, open.kind == PQTextNode::Kind::Item ? 4 : 6, "this block is not closed",
-            "a line 'end' behind its last property");
+      Fault(open.line, open.column, open.kind == PQTextNode::Kind::Item ? 4 : static_cast<int>(open.path.size()),
+            "this block is not closed", "a line 'end' behind its last property");
       FlushTrivia();
       Close();
       LeaveCollection();
@@ -113,7 +115,8 @@ class Parser {
     if (stack_.back()->kind == PQTextNode::Kind::Collection) Close();
   }
 
-  void ReadHeader(std::size_t first) {
+  // False if the line is something else than a header.
+  bool ReadHeader(std::size_t first) {
     std::size_t end = line_end_;
     for (std::size_t i = first; i < line_end_; ++i) {
       if (text_[i] == '#' && IsBlank(text_[i - 1])) {
@@ -123,11 +126,15 @@ class Parser {
     }
     while (end > first && IsBlank(text_[end - 1])) --end;
     const std::string_view said = std::string_view(text_).substr(first, end - first);
+    const std::string_view first_word = options_.header.substr(0, options_.header.find(' '));
+    const bool other = !said.starts_with(first_word);
     if (said != options_.header) {
       FaultHere(first, end, "'" + std::string(said.substr(0, 60)) + "' is not the header of such a file",
                 "'" + std::string(options_.header) + "' in the first line");
     }
+    if (other) return false;
     Append(Node(PQTextNode::Kind::Header, first));
+    return true;
   }
 
   void ReadLine(std::size_t first) {

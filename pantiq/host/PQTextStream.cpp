@@ -29,6 +29,7 @@ class Applier {
         fault.column = static_cast<int>(at) + 1;
         fault.length = static_cast<int>(std::max<std::size_t>(entry.setting.path.size() - at, 1));
         fault.text = status.Text();
+        fault.value = entry.setting.path;
         AddAtPath(entry.setting, prefix, std::move(fault));
         continue;
       }
@@ -57,7 +58,13 @@ class Applier {
            const std::string& prefix) {
     PQPathEnd end;
     PQFault fault;
-    if (!PQFollowPath(object, steps, true, end, fault)) return AddAtPath(setting, prefix, std::move(fault));
+    if (!PQFollowPath(object, steps, true, end, fault)) {
+      const bool in_pin_list = end.object != nullptr && end.property.kind == PQKind::PinList;
+      if (!in_pin_list || setting.collection != nullptr) return AddAtPath(setting, prefix, std::move(fault));
+      PQTextLink& link = links_.emplace_back();
+      link.setting = std::move(setting), link.prefix = prefix;
+      return;
+    }
     const PQProperty& property = end.property;
     if (setting.collection != nullptr) return SetCollection(end, setting, steps, prefix);
     switch (property.kind) {
@@ -65,12 +72,12 @@ class Applier {
         if (property.pin_role == PQPinRole::Source) {
           fault.column = 1, fault.length = static_cast<int>(setting.path.size());
           fault.value = setting.value;
+          fault.property = setting.path;
           fault.expected = "the connection at the sink, as InputPin = Name." + setting.path;
           fault.text = setting.path + ": is a source pin; expected " + fault.expected;
           return AddAtPath(setting, prefix, std::move(fault));
         }
-        links_.push_back({std::move(end), std::move(setting)});
-        links_.back().setting.path = prefix + links_.back().setting.path;
+        links_.push_back({std::move(end), std::move(setting), prefix});
         return;
       case PQKind::Object:
       case PQKind::Collection:
@@ -111,7 +118,6 @@ class Applier {
   void AddAtPath(const PQTextSetting& setting, const std::string& prefix, PQFault fault) {
     fault.line = setting.line;
     fault.column = setting.column > 0 ? setting.column + fault.column - 1 : 0;
-    if (fault.property.empty() && !fault.value.empty()) fault.property = fault.value;
     Add(prefix, std::move(fault));
   }
   void AddAtValue(const PQTextSetting& setting, const std::string& prefix, const PQProperty& property,
@@ -131,11 +137,19 @@ class Applier {
   }
   void Add(const std::string& prefix, PQFault fault) {
     fault.component = name_;
-    if (!prefix.empty()) {
-      fault.property = prefix + fault.property;
-      fault.text = prefix + fault.text;
+    // The message begins with the path so far, if there is any; what holds it comes before.
+    std::string holder = name_.empty() ? std::string() : name_ + ".";
+    holder += prefix;
+    if (!holder.empty() && fault.property.empty()) {
+      holder.pop_back();
+      holder += ": ";
     }
-    if (!name_.empty()) fault.text = name_ + "." + fault.text;
+    fault.text = holder + fault.text;
+    if (fault.property.empty() && !fault.value.empty()) {
+      fault.property = prefix + fault.value;
+    } else {
+      fault.property = prefix + fault.property;
+    }
     faults_.push_back(std::move(fault));
   }
 

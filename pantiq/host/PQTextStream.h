@@ -24,10 +24,13 @@ struct PQTextSetting {
   const PQTextNode* collection = nullptr;  // instead of a value: the items of a collection
 };
 
-// A connection that was read: the pin, where its path stands, and the text of the other end.
+// A connection that was read: the pin, where its path stands, and the text of the other end. Lists of pins may grow
+// with each connection: a pin that its list does not have (yet) is left to whoever connects, with a null `pin.object`.
 struct PQTextLink {
   PQPathEnd pin;
   PQTextSetting setting;
+  std::string
+      prefix;  // the path of the collection's item that setting.path begins at; empty, or with a point at its end
 };
 
 // Sets properties in their order (PQPathOrder), collects links and appends what is wrong to `faults`. `name` is the

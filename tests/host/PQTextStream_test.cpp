@@ -204,7 +204,6 @@ TEST(PQTextStream, EveryFaultIsToldAtItsPlace) {
       {"Small[0] = 3", "1:6+3 Small: UInt8 has no properties of its own; expected a value right here\n"},
       {"Items[0] = 3", "1:6+3 Items[0]: an item alone takes no value; expected a property of it, as [0].Property\n"},
       {"Items[99999].Level = 3", "1:6+7 Items: there is no item [99999]; expected an index from 0 to 1023\n"},
-      {"InputPins[3] = a.B", "1:10+3 InputPins: there is nothing of number 3; expected an index from 0 to 2\n"},
       {"Items[x].Level = 3", "1:6+9 'Items[x].Level' is no path; expected an index from 0 in brackets, as [0]\n"},
       {"Region..Left = 3",
        "1:8+5 'Region..Left' is no path; expected a name of letters, digits and underscores, others in single "
@@ -242,6 +241,16 @@ TEST(PQTextStream, EveryFaultIsToldAtItsPlace) {
     TestComponent component;
     EXPECT_EQ(Read(c.text, component), c.faults) << c.text;
   }
+}
+
+TEST(PQTextStream, PinsThatAListMayGrowAreLeftToWhoeverConnects) {
+  TestComponent component;
+  std::vector<PQTextLink> links;
+  EXPECT_EQ(Read("InputPins[3] = a.B\nInputPins.Pin2 = c.D", component, &links), "");
+  ASSERT_EQ(links.size(), 2u);
+  EXPECT_EQ(links[0].pin.object, nullptr);
+  EXPECT_EQ(links[0].setting.path, "InputPins[3]");
+  EXPECT_EQ(links[1].pin.object, &component.InputPins);
 }
 
 TEST(PQTextStream, HostileTextIsAnswered) {
