@@ -21,7 +21,8 @@ find_package(Threads REQUIRED)
 
 add_library(pantiq_flags INTERFACE)
 target_compile_options(pantiq_flags INTERFACE -Wall -Wextra -ffp-contract=off
-  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)  # gcc 12 is wrong about std::string +
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)  # gcc 12 is wrong about strings and std::function
 if(PANTIQ_SANITIZE STREQUAL "address")
   target_compile_options(pantiq_flags INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
   target_link_options(pantiq_flags INTERFACE -fsanitize=address,undefined)

@@ -54,7 +54,7 @@ const PQClassInfo& TBXASFBasicPlayer::Class() {
   static const PQClassInfo& info =
       PQDescribe<T>("TBXASFBasicPlayer", "PQBXASFBasicPlayer", "Base of players of media files.")
           .Inherits<TComponent>()
-          .Property("FileName", &T::GetFileName, &T::SetFileName, PQDefault(""), PQBareValue{}, PQActs::NextStart,
+          .Property("FileName", &T::GetFileName, &T::SetFileName, PQDefault(""), PQBareValue{}, PQFile(PQFileUse::Read), PQActs::NextStart,
                     "File to be played.")
           .Property("Enabled", &T::GetEnabled, &T::SetEnabled, PQDefault(true), PQActs::NextStart,
                     "False answers queries with the wish to do without these streams.")

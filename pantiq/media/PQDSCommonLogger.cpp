@@ -28,7 +28,7 @@ const PQClassInfo& TPQBaseCommonLogger::Class() {
       PQDescribe<T>("TPQBaseCommonLogger", "PQDSCommonLogger", "Base of components that record.")
           .Inherits<TComponent>()
           .Property(
-              "FileName", &T::GetFileName, &T::SetFileName, PQDefault(""), PQBareValue{}, PQActs::NextStart,
+              "FileName", &T::GetFileName, &T::SetFileName, PQDefault(""), PQBareValue{}, PQFile(PQFileUse::Write), PQActs::NextStart,
               "File to be written; it is replaced when the first frame comes. Nothing is recorded while it is empty.")
           .Property("Enabled", &T::GetEnabled, &T::SetEnabled, PQDefault(true), PQActs::NextStart,
                     "False records nothing.")
