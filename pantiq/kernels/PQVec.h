@@ -2,9 +2,9 @@
 // walk rows with it, and byte permutations of three-channel pixels. Everything has internal linkage; nothing here
 // touches a byte outside [pointer, pointer + count).
 //
-// V is 64 bytes on t7 and 32 bytes on a6 and w7; S is 32 bytes everywhere. Targets with AVX-512 end their rows with
-// masked loads and stores; a6 ends them with one vector that overlaps the last full one, whose result is computed
-// before the row's first store, so that a destination may be the same memory as a source.
+// V is 64 bytes on t7 and 32 bytes on a6 and w7; S is 32 bytes everywhere. Rows of S end with one vector that overlaps
+// the last full one; its result is computed before the row's first store, so that a destination may be the same memory
+// as a source.
 #pragma once
 
 #include <immintrin.h>
@@ -115,61 +115,53 @@ inline constexpr std::ptrdiff_t kS = sizeof(S);
 // dst[i] = f(a[i]) for n bytes; f maps S to S. dst may be a.
 template <class F>
 PQ_INLINE void MapRow(const u8* a, u8* dst, std::ptrdiff_t n, F f) {
-  std::ptrdiff_t i = 0;
-#if !PQ_MASKED
   if (n < kS) {
+#if PQ_MASKED
+    const SMask m = FirstBytesS(n);
+    StoreMasked(dst, m, f(LoadMasked(m, a)));
+#else
     alignas(32) u8 t[kS] = {};
-    for (; i < n; ++i) t[i] = a[i];
+    for (std::ptrdiff_t i = 0; i < n; ++i) t[i] = a[i];
     Store(t, f(LoadS(t)));
-    for (i = 0; i < n; ++i) dst[i] = t[i];
+    for (std::ptrdiff_t i = 0; i < n; ++i) dst[i] = t[i];
+#endif
     return;
   }
   const S last = f(LoadS(a + n - kS));
-#endif
+  std::ptrdiff_t i = 0;
   for (; i + 2 * kS <= n; i += 2 * kS) {
     const S x = f(LoadS(a + i)), y = f(LoadS(a + i + kS));
     Store(dst + i, x);
     Store(dst + i + kS, y);
   }
-#if PQ_MASKED
-  for (; i < n; i += kS) {
-    const SMask m = FirstBytesS(n - i);
-    StoreMasked(dst + i, m, f(LoadMasked(m, a + i)));
-  }
-#else
   if (i + kS <= n) Store(dst + i, f(LoadS(a + i)));
   Store(dst + n - kS, last);
-#endif
 }
 
 // dst[i] = f(a[i], b[i]) for n bytes. dst may be a or b.
 template <class F>
 PQ_INLINE void MapRow2(const u8* a, const u8* b, u8* dst, std::ptrdiff_t n, F f) {
-  std::ptrdiff_t i = 0;
-#if !PQ_MASKED
   if (n < kS) {
+#if PQ_MASKED
+    const SMask m = FirstBytesS(n);
+    StoreMasked(dst, m, f(LoadMasked(m, a), LoadMasked(m, b)));
+#else
     alignas(32) u8 t[kS] = {}, s[kS] = {};
-    for (; i < n; ++i) t[i] = a[i], s[i] = b[i];
+    for (std::ptrdiff_t i = 0; i < n; ++i) t[i] = a[i], s[i] = b[i];
     Store(t, f(LoadS(t), LoadS(s)));
-    for (i = 0; i < n; ++i) dst[i] = t[i];
+    for (std::ptrdiff_t i = 0; i < n; ++i) dst[i] = t[i];
+#endif
     return;
   }
   const S last = f(LoadS(a + n - kS), LoadS(b + n - kS));
-#endif
+  std::ptrdiff_t i = 0;
   for (; i + 2 * kS <= n; i += 2 * kS) {
     const S x = f(LoadS(a + i), LoadS(b + i)), y = f(LoadS(a + i + kS), LoadS(b + i + kS));
     Store(dst + i, x);
     Store(dst + i + kS, y);
   }
-#if PQ_MASKED
-  for (; i < n; i += kS) {
-    const SMask m = FirstBytesS(n - i);
-    StoreMasked(dst + i, m, f(LoadMasked(m, a + i), LoadMasked(m, b + i)));
-  }
-#else
   if (i + kS <= n) Store(dst + i, f(LoadS(a + i), LoadS(b + i)));
   Store(dst + n - kS, last);
-#endif
 }
 
 // A byte permutation of blocks of kV pixels of three channels (3 * kV bytes), the same for every block.
