@@ -1,11 +1,13 @@
 #include "pantiq/platform/gst/PQGstFrames.h"
 
+#include <thread>
 #include <utility>
 
 namespace pantiq::gst {
 namespace {
 
 constexpr const char* kMemoryType = "PantiqFrame";
+constexpr int kMostLooks = 200;
 
 struct FrameMemory {
   GstMemory base;
@@ -97,12 +99,18 @@ GstAllocator* MakeFrameAllocator(FrameSource source, const GstVideoInfo& info) {
 }
 
 std::shared_ptr<void> TakeFrameMemory(GstBuffer* buffer, const std::uint8_t*& data) {
-  // A decoder may keep frames that it predicts from: then it holds the buffer or its memory too.
-  if (GST_MINI_OBJECT_REFCOUNT_VALUE(buffer) != 1 || gst_buffer_n_memory(buffer) != 1) return nullptr;
+  if (gst_buffer_n_memory(buffer) != 1) return nullptr;
   GstMemory* memory = gst_buffer_peek_memory(buffer, 0);
-  if (memory->allocator == nullptr || !gst_memory_is_type(memory, kMemoryType) ||
-      GST_MINI_OBJECT_REFCOUNT_VALUE(memory) != 1) {
-    return nullptr;
+  if (memory->allocator == nullptr || !gst_memory_is_type(memory, kMemoryType)) return nullptr;
+  // The thread that brought the buffer lets go of it a moment after it can be pulled. A decoder that keeps frames to predict
+  // from does not: it holds the buffer or its memory too.
+  const auto alone = [&] {
+    return g_atomic_int_get(&GST_MINI_OBJECT_REFCOUNT(buffer)) == 1 &&
+           g_atomic_int_get(&GST_MINI_OBJECT_REFCOUNT(memory)) == 1;
+  };
+  for (int look = 0; !alone(); ++look) {
+    if (look == kMostLooks) return nullptr;
+    std::this_thread::yield();
   }
   // The buffer came from a pool, which shall not use this memory again.
   GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_TAG_MEMORY);

@@ -26,6 +26,7 @@ using namespace std::chrono_literals;
 using SteadyClock = std::chrono::steady_clock;
 
 constexpr auto kOpenLimit = 30s;                   // until the file's outputs are known
+constexpr auto kIdleLook = 100ms;                  // between two looks for a reader that sleeps
 constexpr auto kOutputLimit = 3s;                  // until the last output has its first sample once another one has it
 constexpr auto kStampLimit = 300ms;                // for further stamps where the frame rate has to be measured
 constexpr GstClockTime kLook = 100 * GST_MSECOND;  // how long a pulling thread waits before it looks for errors
@@ -133,6 +134,7 @@ class Reader final : public PQMediaReader {
   void ReadProps(Output& output);
   std::int64_t FramePeriod(const Output& output) const;
   bool ReadyToStart();
+  bool IsAsleep();
   void Pull(Output& output);
   void Deliver(Output& output, SamplePtr sample);
 
@@ -317,6 +319,23 @@ bool Reader::ReadyToStart() {
                      [](const auto& output) { return output->prerolled || output->ended; });
 }
 
+// True if no thread of the pipeline is at work or waits to go on.
+bool Reader::IsAsleep() {
+  bool asleep = true;
+  GstIterator* elements = gst_bin_iterate_recurse(GST_BIN(pipeline_.get()));
+  const auto look = [](const GValue* item, gpointer result) {
+    GstElement* element = GST_ELEMENT(g_value_get_object(item));
+    GST_OBJECT_LOCK(element);
+    for (GList* pad = element->pads; pad != nullptr; pad = pad->next) {
+      if (gst_pad_get_task_state(GST_PAD(pad->data)) == GST_TASK_STARTED) *static_cast<bool*>(result) = false;
+    }
+    GST_OBJECT_UNLOCK(element);
+  };
+  while (gst_iterator_foreach(elements, look, &asleep) == GST_ITERATOR_RESYNC) gst_iterator_resync(elements);
+  gst_iterator_free(elements);
+  return asleep;
+}
+
 PQPlatformResult Reader::Build() {
   {
     const std::lock_guard lock(mutex_);
@@ -355,16 +374,25 @@ PQPlatformResult Reader::Build() {
   }
   {
     std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, kOpenLimit, [this] {
+    const auto decided = [this] {
       return interrupted_ || !failure_.Ok() ||
              (all_pads_ &&
               (found_.empty() || ReadyToStart() ||
                std::any_of(found_.begin(), found_.end(), [](const auto& output) { return output->prerolled; })));
-    });
-    // An output that is announced and never brings anything must not hold up the others.
-    changed_.wait_for(lock, kOutputLimit, [this] { return interrupted_ || !failure_.Ok() || ReadyToStart(); });
+    };
+    const auto limit = SteadyClock::now() + kOpenLimit;
+    // A demuxer that finds nothing before the file's end may go to sleep without a word.
+    for (int asleep = 0; !changed_.wait_for(lock, kIdleLook, decided) && SteadyClock::now() < limit && asleep < 2;) {
+      lock.unlock();
+      asleep = IsAsleep() ? asleep + 1 : 0;
+      lock.lock();
+    }
     if (interrupted_) failure_ = {kPlatformInterrupted, "was interrupted"};
-    if (failure_.Ok() && !all_pads_) failure_ = {kPlatformTimeout, "brings nothing"};
+    if (failure_.Ok() && !all_pads_) failure_ = {kPlatformFormat, "ends before its first frame"};
+    // An output that is announced and never brings anything must not hold up the others.
+    if (failure_.Ok()) {
+      changed_.wait_for(lock, kOutputLimit, [this] { return interrupted_ || !failure_.Ok() || ReadyToStart(); });
+    }
     if (failure_.Ok()) {
       changed_.wait_for(lock, kStampLimit, [this] {
         return std::all_of(found_.begin(), found_.end(), [](const auto& output) {
@@ -476,14 +504,15 @@ PQPlatformResult Reader::Start(std::int64_t start, std::int64_t duration, double
       return {kPlatformFormat, path_ + ": cannot be started at " + std::to_string(start / kMillisecond) + " ms"};
     }
   }
+  running_ = true;
+  // The threads first: after a seek a sink may be full already, and it changes its state only when something is taken.
+  for (const auto& output : outputs_) {
+    output->thread = std::thread([this, target = output.get()] { Pull(*target); });
+  }
   if (gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
     PQPlatformResult result = Failure("does not start");
     TearDown();
     return result;
-  }
-  running_ = true;
-  for (const auto& output : outputs_) {
-    output->thread = std::thread([this, target = output.get()] { Pull(*target); });
   }
   return {};
 }
