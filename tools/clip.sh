@@ -8,7 +8,7 @@ if [ ! -s "$clip" ]; then
   mkdir -p out
   work=$(mktemp -d)
   trap 'rm -rf "$work"' EXIT
-  (cd "$work" && { apt-get download -qq python3-imageio || { apt-get update -qq && apt-get download -qq python3-imageio; }; } >&2 &&
+  (cd "$work" && { apt-get -o APT::Sandbox::User=root download -qq python3-imageio || { apt-get update -qq && apt-get -o APT::Sandbox::User=root download -qq python3-imageio; }; } >&2 &&
     dpkg-deb -x python3-imageio_*.deb .)
   found=$(find "$work" -name cockatoo.mp4 | head -n 1)
   [ -n "$found" ] || { echo "clip: the package python3-imageio holds no cockatoo.mp4" >&2; exit 1; }
