@@ -8,8 +8,8 @@ namespace pantiq::app {
 
 struct RunArguments {
   std::vector<std::string> words;
-  std::int64_t frames = 0;         // 0: no limit
-  double seconds = 0, from = 0;    // 0: no limit; from the start
+  std::int64_t frames = 0;       // 0: no limit
+  double seconds = 0, from = 0;  // 0: no limit; from the start
   bool realtime = false, overwrite = false, json = false, quiet = false;
 };
 

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "GraphText.h"
-#include "pantiq/core/PQStreamTypes.h"
+#include "pantiq/core/PQCommonGen.h"
 #include "pantiq/host/PQRegistry.h"
 #include "sinks/ProgramSink.h"
 
@@ -12,10 +12,10 @@ namespace {
 
 // What an object gives and takes, by its published pins.
 struct Ends {
-  const JCStreamType* in = nullptr;   // of the pin that ! connects
+  const JCStreamType* in = nullptr;  // of the pin that ! connects
   const JCStreamType* out = nullptr;
-  std::vector<std::string> more;      // further sinks of the stream type `in`
-  std::string reads, writes;          // "FileName"
+  std::vector<std::string> more;  // further sinks of the stream type `in`
+  std::string reads, writes;      // "FileName"
 };
 
 const JCStreamType* StreamOf(TPersistent* part) {
@@ -47,10 +47,10 @@ Ends EndsOf(TComponent& object) {
 // The first class of the library that makes frames out of nothing.
 std::string Generator() {
   for (const PQClassInfo* info : PQRegisteredClasses(kPantiqPage)) {
-    const PQOwned<TComponent> object = PQCreateComponent(info->Name());
-    if (object == nullptr || info->DefaultPin(PQPinRole::Sink) != nullptr) continue;
-    const Ends ends = EndsOf(*object);
-    if (ends.out == &kPQImageStream && ends.reads.empty()) return info->Name();
+    if (const PQOwned<TComponent> object = PQCreateComponent(info->Name());
+        PQCast<TPQCommonGen>(object.get()) != nullptr) {
+      return info->Name();
+    }
   }
   return {};
 }

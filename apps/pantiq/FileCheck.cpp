@@ -66,7 +66,8 @@ std::string WhyFolderNotWritable(const std::string& folder) {
   struct stat info;
   if (stat(folder.c_str(), &info) != 0) return "the folder '" + folder + "' cannot be used: " + std::strerror(errno);
   if (!S_ISDIR(info.st_mode)) return "'" + folder + "' is no folder";
-  if (access(folder.c_str(), W_OK | X_OK) != 0) return "no file can be made in '" + folder + "': " + std::strerror(errno);
+  if (access(folder.c_str(), W_OK | X_OK) != 0)
+    return "no file can be made in '" + folder + "': " + std::strerror(errno);
   return {};
 }
 
@@ -128,15 +129,16 @@ void CheckFiles(std::span<TComponent* const> components, bool overwrite, std::ve
     const auto* sink = PQCast<ProgramSink>(file.component);
     if (sink != nullptr && sink->WritesToStandardOutput()) {
       if (const auto [first, fresh] = outputs.emplace(Identity{{0, 0}, "-"}, &file); !fresh) {
-        faults.push_back(FaultOf(file, "standard output is written by " + first->second->component->GetName() + " already",
-                                 "another file"));
+        faults.push_back(FaultOf(
+            file, "standard output is written by " + first->second->component->GetName() + " already", "another file"));
       }
       continue;
     }
     Identity identity;
     const bool known = Identify(file.name, identity);
     if (const auto input = inputs.find(identity); known && input != inputs.end()) {
-      faults.push_back(FaultOf(file, "that is also the input of " + input->second->component->GetName(), "another file"));
+      faults.push_back(
+          FaultOf(file, "that is also the input of " + input->second->component->GetName(), "another file"));
       continue;
     }
     if (known) {
@@ -147,7 +149,8 @@ void CheckFiles(std::span<TComponent* const> components, bool overwrite, std::ve
       }
     }
     const auto* frames = PQCast<FramesSink>(file.component);
-    const std::string why = frames != nullptr ? WhyNotWritable(*frames, overwrite) : WhyNotWritable(file.name, overwrite);
+    const std::string why =
+        frames != nullptr ? WhyNotWritable(*frames, overwrite) : WhyNotWritable(file.name, overwrite);
     if (!why.empty()) faults.push_back(FaultOf(file, why, kWritable));
   }
 }

@@ -31,7 +31,7 @@ bool IsQuotedOrBracketed(std::string_view value) {
 }
 
 // A name, a class, or a path to a pin.
-bool LooksLikeEnd(const std::string& word) {
+bool LooksLikeEnd(std::string_view word) {
   return PQIsIdentifier(word.substr(0, std::min(word.find_first_of(".["), word.size())));
 }
 
@@ -41,7 +41,8 @@ std::string Requoted(const std::string& word, bool alone) {
   if (word == "!" || IsQuotedOrBracketed(word)) return word;
   const std::size_t equals = word.find('=');
   const std::string_view path = std::string_view(word).substr(0, equals == std::string::npos ? 0 : equals);
-  if (equals != std::string::npos && LooksLikeEnd(word) && (!HasBlank(path) || path.find('\'') != std::string_view::npos)) {
+  if (equals != std::string::npos && LooksLikeEnd(path) &&
+      (!HasBlank(path) || path.find('\'') != std::string_view::npos)) {
     const std::string_view value = std::string_view(word).substr(equals + 1);
     if (!HasBlank(value) || IsQuotedOrBracketed(value)) return word;
     return std::string(path) + "=" + PQQuote(value);
@@ -140,7 +141,9 @@ std::string FaultText(const GivenGraph& given, const PQFault& fault) {
   if (!given.file.empty() && fault.line > 0) {
     place = given.file + ":" + std::to_string(fault.line) + ":" + std::to_string(fault.column) + ": ";
   }
-  const char* severity = fault.severity == PQSeverity::Warning ? "warning: " : fault.severity == PQSeverity::Note ? "note: " : "";
+  const char* severity = fault.severity == PQSeverity::Warning ? "warning: "
+                         : fault.severity == PQSeverity::Note  ? "note: "
+                                                               : "";
   std::string text = place + severity + WholeText(fault);
   std::string caret = PQCaret(given.source, fault);
   while (caret.ends_with('\n')) caret.pop_back();
@@ -156,11 +159,13 @@ void FindPlaces(std::string_view source, std::span<PQFault> faults) {
   for (PQFault& fault : faults) {
     if (fault.line > 0 || fault.value.empty()) continue;
     const std::string quoted = PQQuote(fault.value);
-    const std::string_view text = source.find(quoted) != std::string_view::npos ? std::string_view(quoted) : fault.value;
+    const std::string_view text =
+        source.find(quoted) != std::string_view::npos ? std::string_view(quoted) : fault.value;
     const std::size_t at = source.find(text);
     if (at == std::string_view::npos || source.find(text, at + 1) != std::string_view::npos) continue;
     const std::size_t begin = source.rfind('\n', at) == std::string_view::npos ? 0 : source.rfind('\n', at) + 1;
-    fault.line = 1 + static_cast<int>(std::count(source.begin(), source.begin() + static_cast<std::ptrdiff_t>(at), '\n'));
+    fault.line =
+        1 + static_cast<int>(std::count(source.begin(), source.begin() + static_cast<std::ptrdiff_t>(at), '\n'));
     fault.column = 1 + static_cast<int>(at - begin);
     fault.length = static_cast<int>(text.size());
   }

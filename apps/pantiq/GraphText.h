@@ -19,8 +19,8 @@ struct GivenGraph {
   bool Faultless() const;  // warnings are no faults
 };
 
-// One word: a launch line, or a graph file if the word ends in .pqg or names a file. Several words are joined to a launch
-// line; a word that is a value gets the quotes back which the shell took off.
+// One word: a launch line, or a graph file if the word ends in .pqg or names a file. Several words are joined to a
+// launch line; a word that is a value gets the quotes back which the shell took off.
 std::string JoinWords(std::span<const std::string> words);
 
 // Parses or loads, and checks. Faults are collected, not printed. `designing`: the graph is looked at, not run.
@@ -30,7 +30,8 @@ GivenGraph ReadGraph(std::span<const std::string> words, bool designing = false)
 void PrintFaults(const GivenGraph& given);
 std::string FaultText(const GivenGraph& given, const PQFault& fault);
 
-// Gives faults that name a value but have no place the place where that value stands in the source, if it stands there once.
+// Gives faults that name a value but have no place the place where that value stands in the source, if it stands there
+// once.
 void FindPlaces(std::string_view source, std::span<PQFault> faults);
 
 // True if the launch line has no faults and no warnings.

@@ -21,12 +21,16 @@ const char* ActsText(PQActs acts) {
 }
 
 const char* RoleText(PQPinRole role) {
-  return role == PQPinRole::Sink ? "sink" : role == PQPinRole::Source ? "source" : role == PQPinRole::State ? "state" : "pin";
+  return role == PQPinRole::Sink     ? "sink"
+         : role == PQPinRole::Source ? "source"
+         : role == PQPinRole::State  ? "state"
+                                     : "pin";
 }
 
 const char* KindText(PQKind kind) {
-  static constexpr const char* kNames[] = {"boolean", "integer", "float", "string",     "enumeration", "set", "binary",
-                                           "list",    "object",  "collection", "picture", "pin",       "pin list"};
+  static constexpr const char* kNames[] = {"boolean", "integer", "float",   "string", "enumeration",
+                                           "set",     "binary",  "list",    "object", "collection",
+                                           "picture", "pin",     "pin list"};
   return kNames[static_cast<int>(kind)];
 }
 
@@ -124,7 +128,8 @@ void LayOut(const Json& properties, const std::string& prefix, std::string& text
     if (property.contains("default")) line += " = " + property["default"].get<std::string>();
     if (property.contains("unit")) line += " " + property["unit"].get<std::string>();
     if (property.contains("useful")) {
-      line += ", useful " + property["useful"][0].get<std::string>() + " to " + property["useful"][1].get<std::string>();
+      line +=
+          ", useful " + property["useful"][0].get<std::string>() + " to " + property["useful"][1].get<std::string>();
     } else if (property.contains("range")) {
       line += ", " + property["range"][0].dump() + " to " + property["range"][1].dump();
     }

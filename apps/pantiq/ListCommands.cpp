@@ -80,8 +80,8 @@ int ListKernels(bool json) {
                        {"pattern", std::string(1, static_cast<char>(kernel.pattern))},
                        {"variants", std::move(entries)},
                        {"variant", variant}});
-    text += Padded(kernel.name, width + 2) + Padded(kernel.family, family_width + 2) + (kernel.has_slot ? "yes   " : "no    ") +
-            static_cast<char>(kernel.pattern) + "        " + variant + "\n";
+    text += Padded(kernel.name, width + 2) + Padded(kernel.family, family_width + 2) +
+            (kernel.has_slot ? "yes   " : "no    ") + static_cast<char>(kernel.pattern) + "        " + variant + "\n";
   }
   if (!json) return PrintResult(text);
   const Json all = {{"code", Global_CPU()}, {"variants", variants}, {"kernels", kernels}};

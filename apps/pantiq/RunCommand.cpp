@@ -168,8 +168,10 @@ int BenchGraph(const RunArguments& arguments) {
                                   {"frames_per_second", rate},
                                   {"components", nlohmann::ordered_json::array()}};
     for (const PQComponentTime& time : result.times) {
-      all["components"].push_back(
-          {{"component", time.component}, {"class", time.class_name}, {"frames", time.frames}, {"seconds", time.seconds}});
+      all["components"].push_back({{"component", time.component},
+                                   {"class", time.class_name},
+                                   {"frames", time.frames},
+                                   {"seconds", time.seconds}});
     }
     text = all.dump(2) + "\n";
   } else {
@@ -187,9 +189,9 @@ int BenchGraph(const RunArguments& arguments) {
     for (const PQComponentTime& time : result.times) {
       // A source receives nothing that could be counted: its time is spread over the frames of the run.
       const std::int64_t frames = time.frames > 0 ? time.frames : result.frames;
-      std::snprintf(line, sizeof line, "%8s %10.3f %7.1f%%\n", time.frames > 0 ? std::to_string(time.frames).c_str() : "-",
-                    frames > 0 ? 1000 * time.seconds / static_cast<double>(frames) : 0,
-                    sum > 0 ? 100 * time.seconds / sum : 0);
+      std::snprintf(
+          line, sizeof line, "%8s %10.3f %7.1f%%\n", time.frames > 0 ? std::to_string(time.frames).c_str() : "-",
+          frames > 0 ? 1000 * time.seconds / static_cast<double>(frames) : 0, sum > 0 ? 100 * time.seconds / sum : 0);
       text += Padded(time.component, name + 2) + Padded(time.class_name, kind + 2) + line;
     }
   }

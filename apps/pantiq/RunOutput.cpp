@@ -69,11 +69,13 @@ class PersonOutput final : public RunOutput {
     if (plan_.frames > 0) text = std::to_string(progress.frames) + "/" + Frames(plan_.frames);
     text += "  " + Number(progress.frames_per_second, 1) + " fps  " + TimeText(progress.position);
     if (progress.duration > 0) text += "/" + TimeText(progress.duration);
-    if (const double left = TimeLeft(plan_, progress); left >= 0) text += "  " + TimeText(std::ceil(left), false) + " left";
+    if (const double left = TimeLeft(plan_, progress); left >= 0)
+      text += "  " + TimeText(std::ceil(left), false) + " left";
     for (const PQGauge& gauge : progress.gauges) {
       text += "  " + gauge.component + "." + gauge.name + " " + std::to_string(gauge.value);
     }
-    if (const auto columns = static_cast<std::size_t>(TerminalColumns()); text.size() >= columns) text.resize(columns - 1);
+    if (const auto columns = static_cast<std::size_t>(TerminalColumns()); text.size() >= columns)
+      text.resize(columns - 1);
     const std::lock_guard lock(mutex_);
     std::string line = "\r" + text + "\x1b[K";  // clears the rest of the line
     std::fwrite(line.data(), 1, line.size(), stderr);
@@ -139,12 +141,8 @@ class JsonOutput final : public RunOutput {
     for (const PQSinkCount& sink : result.sinks) {
       sinks.push_back({{"component", sink.component}, {"frames", sink.frames}, {"buffers", sink.buffers}});
     }
-    Json event = {{"event", "ended"},
-                  {"ok", result.status.Ok()},
-                  {"stopped", result.stopped},
-                  {"frames", result.frames},
-                  {"elapsed", result.elapsed},
-                  {"sinks", std::move(sinks)}};
+    Json event = {{"event", "ended"},        {"ok", result.status.Ok()},  {"stopped", result.stopped},
+                  {"frames", result.frames}, {"elapsed", result.elapsed}, {"sinks", std::move(sinks)}};
     if (!result.status.Ok()) event["error"] = result.status.Text();
     if (signal != 0) event["signal"] = signal;
     Write(event);

@@ -15,8 +15,8 @@ struct RunPlan {
   std::string graph;        // what is run, as it was given
   std::int64_t frames = 0;  // limits; 0: none
   double seconds = 0;
-  bool json_to_stderr = false;       // a sink of the graph owns standard output
-  bool shares_terminal = false;      // a sink writes to the terminal that progress would be drawn on
+  bool json_to_stderr = false;   // a sink of the graph owns standard output
+  bool shares_terminal = false;  // a sink writes to the terminal that progress would be drawn on
 };
 
 class RunOutput : public IPQRunObserver {

@@ -62,7 +62,8 @@ CLI::Option* AddTime(CLI::App& command, const char* name, double& seconds, const
           name,
           [name, &seconds](const std::string& text) {
             if (!ParseTime(text, seconds)) {
-              throw CLI::ValidationError(name, "'" + text + "' is no time; expected seconds, or forms like 500ms, 1m30s, 1:05.5");
+              throw CLI::ValidationError(
+                  name, "'" + text + "' is no time; expected seconds, or forms like 500ms, 1m30s, 1:05.5");
             }
           },
           help)
@@ -116,7 +117,8 @@ int Main(int argc, char** argv) {
   AddLimits(*run_command, run);
   run_command->add_flag("--realtime", run.realtime, "Generators keep their own rate");
   CLI::Option* json_flag = run_command->add_flag(
-      "--json", run.json, "Events as JSON, one a line, on standard output (on standard error if a sink writes to the former)");
+      "--json", run.json,
+      "Events as JSON, one a line, on standard output (on standard error if a sink writes to the former)");
   run_command->add_flag("--quiet", run.quiet, "Say nothing but why the run failed")->excludes(json_flag);
 
   CLI::App* check = program.add_subcommand("check", "Tell everything that is wrong with a graph, without running it");

@@ -1,5 +1,5 @@
-// `checksum`: one line a frame, "0 640x480 vfRGB24 b5f8d1e7a2c39406": number from 0, size, format, and the XXH64 (seed 0) of
-// the frame's bytes, row by row from the top, in 16 hexadecimal digits.
+// `checksum`: one line a frame, "0 640x480 vfRGB24 b5f8d1e7a2c39406": number from 0, size, format, and the XXH64 (seed
+// 0) of the frame's bytes, row by row from the top, in 16 hexadecimal digits.
 #pragma once
 #include "ProgramSink.h"
 

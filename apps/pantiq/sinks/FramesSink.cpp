@@ -54,7 +54,8 @@ PQStatus NamePattern::Parse(std::string_view text, NamePattern& pattern) {
     std::size_t end = i + 1;
     int width = 0;
     const bool zeros = end < text.size() && text[end] == '0';
-    while (end < text.size() && text[end] >= '0' && text[end] <= '9' && width < 100) width = 10 * width + (text[end++] - '0');
+    while (end < text.size() && text[end] >= '0' && text[end] <= '9' && width < 100)
+      width = 10 * width + (text[end++] - '0');
     if (end == text.size() || text[end] != 'd' || width > 20) {
       return PQStatus(PQCode::BadValue, "'" + std::string(text.substr(i, end + 1 - i)) + "' is no form of %d");
     }
@@ -111,7 +112,8 @@ PQStatus FramesSink::Frame(const TPQImageBuffer& frame, std::int64_t number) {
   const PQRef<TPQImageBuffer> colour = PQMakeRef<TPQImageBuffer>(frame);
   colour->SetFormat(vfRGB24);
   TPicture picture;
-  picture.SetPixels(colour->GetWidth(), colour->GetHeight(), colour->Read(), static_cast<std::size_t>(colour->GetStep()));
+  picture.SetPixels(colour->GetWidth(), colour->GetHeight(), colour->Read(),
+                    static_cast<std::size_t>(colour->GetStep()));
   return picture.SaveToFile(pattern.Name(number));
 }
 

@@ -1,5 +1,5 @@
-// `frames`: each frame a picture file of its own, 'out-%04d.png'. The pattern has exactly one %d form (%d, %5d, %04d), which
-// becomes the frame's number from 0; %% is a percent sign. The ending says the kind: .png, .jpg, .jpeg, .bmp.
+// `frames`: each frame a picture file of its own, 'out-%04d.png'. The pattern has exactly one %d form (%d, %5d, %04d),
+// which becomes the frame's number from 0; %% is a percent sign. The ending says the kind: .png, .jpg, .jpeg, .bmp.
 #pragma once
 #include <string>
 #include <string_view>

@@ -17,9 +17,7 @@ T Load(const std::uint8_t* p) {
   return value;
 }
 
-std::uint64_t Round(std::uint64_t lane, std::uint64_t input) {
-  return std::rotl(lane + input * kPrime2, 31) * kPrime1;
-}
+std::uint64_t Round(std::uint64_t lane, std::uint64_t input) { return std::rotl(lane + input * kPrime2, 31) * kPrime1; }
 
 }  // namespace
 

@@ -1,6 +1,6 @@
 // `numbers`: a stream of real numbers as CSV (RFC 4180, LF line ends). The first line is "number,time,value" for single
-// values, or "number,time,0,1,2,..." for blocks; each further line holds the running number from 0, the time of the block's
-// begin in seconds (empty if it has none) and its values, written so that reading them gives the same doubles.
+// values, or "number,time,0,1,2,..." for blocks; each further line holds the running number from 0, the time of the
+// block's begin in seconds (empty if it has none) and its values, written so that reading them gives the same doubles.
 #pragma once
 #include <span>
 

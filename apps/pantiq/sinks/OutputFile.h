@@ -1,5 +1,5 @@
-// Where a sink of the program writes: a file, or standard output under the name "-". Every failure is one line that names
-// the file and what the operating system said.
+// Where a sink of the program writes: a file, or standard output under the name "-". Every failure is one line that
+// names the file and what the operating system said.
 #pragma once
 #include <cstddef>
 #include <cstdio>

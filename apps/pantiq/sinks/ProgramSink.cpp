@@ -21,10 +21,11 @@ const PQClassInfo& ProgramSink::Class() {
 }
 
 const PQClassInfo& ImageSink::Class() {
-  static const PQClassInfo& info = PQDescribe<ImageSink>("ImageSink", "ProgramSink", "Base of the program's sinks of frames.")
-                                       .Inherits<ProgramSink>()
-                                       .Pin("InputPin", &ImageSink::InputPin, "Frames in, of every format.")
-                                       .Done();
+  static const PQClassInfo& info =
+      PQDescribe<ImageSink>("ImageSink", "ProgramSink", "Base of the program's sinks of frames.")
+          .Inherits<ProgramSink>()
+          .Pin("InputPin", &ImageSink::InputPin, "Frames in, of every format.")
+          .Done();
   return info;
 }
 
@@ -38,7 +39,8 @@ std::string SizeText(const IPQImageBuffer& frame) {
   return std::to_string(frame.GetWidth()) + "x" + std::to_string(frame.GetHeight());
 }
 
-ProgramSink::ProgramSink(TComponent* owner, std::string file_name) : TComponent(owner), file_name_(std::move(file_name)) {}
+ProgramSink::ProgramSink(TComponent* owner, std::string file_name)
+    : TComponent(owner), file_name_(std::move(file_name)) {}
 
 std::string ProgramSink::GetFileName() const {
   auto section = lock_.ReadLock();

@@ -1,9 +1,9 @@
-// Sinks of the program itself: they end a graph in a file or on standard output, to look at, to compare, to pipe on. They
-// live on a registry page of their own and are no part of stored graphs.
+// Sinks of the program itself: they end a graph in a file or on standard output, to look at, to compare, to pipe on.
+// They live on a registry page of their own and are no part of stored graphs.
 //
-// A sink opens its output with the stream and closes it when the stream stops; a stream that starts again goes on where the
-// last one ended. What goes wrong is reported once, as an error of the component; frames are then dropped until the next
-// start.
+// A sink opens its output with the stream and closes it when the stream stops; a stream that starts again goes on where
+// the last one ended. What goes wrong is reported once, as an error of the component; frames are then dropped until the
+// next start.
 #pragma once
 #include <string>
 #include <string_view>

@@ -45,10 +45,10 @@ PQStatus Y4mSink::Frame(const TPQImageBuffer& frame, std::int64_t number) {
   }
   const bool gray = frame.GetFormat() == vfGrayScale;
   if (headed_ && (gray != gray_ || frame.GetWidth() != width_ || frame.GetHeight() != height_)) {
-    return PQStatus(PQCode::Refused, "frame " + std::to_string(number) + " is " + SizeText(frame) +
-                                         (gray ? " in gray" : " in colour") + " in a stream of " + std::to_string(width_) +
-                                         "x" + std::to_string(height_) + (gray_ ? " in gray" : " in colour") +
-                                         "; y4m holds one size and kind of frame");
+    return PQStatus(PQCode::Refused,
+                    "frame " + std::to_string(number) + " is " + SizeText(frame) + (gray ? " in gray" : " in colour") +
+                        " in a stream of " + std::to_string(width_) + "x" + std::to_string(height_) +
+                        (gray_ ? " in gray" : " in colour") + "; y4m holds one size and kind of frame");
   }
   if (PQStatus status = file_.Open(GetFileName()); !status.Ok()) return status;
   if (!headed_) {

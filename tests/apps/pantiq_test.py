@@ -1,0 +1,549 @@
+#!/usr/bin/env python3
+"""Drives the built program as a process. PANTIQ names it; PANTIQ_GRAPHS the folder of the example graphs."""
+import array
+import fcntl
+import glob
+import json
+import os
+import shutil
+import signal
+import struct
+import subprocess
+import tempfile
+import termios
+import time
+import unittest
+
+PANTIQ = os.environ["PANTIQ"]
+GEN = "TPQJaehneGen ImageSize.Width=32 ImageSize.Height=16"
+
+
+def classes():
+    pages = json.loads(subprocess.run([PANTIQ, "list", "--json"], capture_output=True, check=True).stdout)
+    return {page["page"]: [c["name"] for c in page["classes"]] for page in pages}
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="pantiq_test_")
+        self.addCleanup(shutil.rmtree, self.folder)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def write(self, name, data):
+        with open(self.path(name), "wb") as file:
+            file.write(data)
+
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def pantiq(self, *words, code=0, env=None):
+        """Runs to the end; checks the exit code, and that nothing looks like a crash."""
+        done = subprocess.run([PANTIQ, *words], cwd=self.folder, capture_output=True, env={**os.environ, **(env or {})})
+        done.out = done.stdout.decode(errors="replace")
+        done.err = done.stderr.decode(errors="replace")
+        self.assertEqual(done.returncode, code, f"{words}\n{done.out[-2000:]}\n{done.err[-4000:]}")
+        for sign in ("Sanitizer", "terminate called", "core dumped"):
+            self.assertNotIn(sign, done.err)
+        return done
+
+    def refused(self, *words, says, source=None, caret=None):
+        """Exit code 2 and every text of `says`; under the line `source` a caret below the text `caret`."""
+        done = self.pantiq(*words, code=2)
+        for text in says:
+            self.assertIn(text, done.err, words)
+        self.assertEqual(done.out, "")
+        if caret is not None:
+            lines = done.err.splitlines()
+            self.assertIn(source, lines)
+            under = lines[lines.index(source) + 1]
+            begin = source.index(caret)
+            self.assertEqual(under[begin:begin + len(caret)], ("^" + "~" * len(caret))[:len(caret)], done.err)
+        return done
+
+
+class CommandLine(Case):
+    def test_help_and_version(self):
+        text = self.pantiq("--help").out
+        for command in ("run", "check", "list", "inspect", "save", "dot", "bench", "kernels", "Examples:"):
+            self.assertIn(command, text)
+        for command in ("run", "bench", "save"):
+            self.assertIn("--overwrite", self.pantiq(command, "--help").out)
+        self.assertRegex(self.pantiq("--version").out, r"^pantiq \d+\.\d+\.\d+\n$")
+
+    def test_wrong_calls(self):
+        for words, says in [
+            ([], "no command"),
+            (["rum"], "nearest is run"),
+            (["run"], "graph is required"),
+            (["run", "--frames", "0", "x"], "--frames"),
+            (["run", "--frames", "many", "x"], "--frames"),
+            (["run", "--seconds", "soon", "x"], "no time"),
+            (["run", "--from", "-1", "x"], "--from"),
+            (["run", "--json", "--quiet", "x"], "excludes"),
+            (["run", "--frobnicate", "x"], "--frobnicate"),
+            (["save", "x"], "--output is required"),
+            (["inspect", "TPQMirrr"], "nearest is TPQMirror"),
+        ]:
+            with self.subTest(words=words):
+                self.refused(*words, says=[says])
+
+    def test_one_word_or_many(self):
+        one = self.pantiq("run", "--frames", "2", f"{GEN} ! checksum").out
+        many = self.pantiq("run", *GEN.split(), "!", "checksum", "sums.txt", "--frames", "2")
+        self.assertEqual(many.out, "")
+        self.assertEqual(self.read("sums.txt").decode(), one)
+        self.assertEqual(len(one.splitlines()), 2)
+
+
+class GraphFaults(Case):
+    def test_launch_lines(self):
+        for line, caret, says in [
+            ("TPQJaehneGn ! checksum", "TPQJaehneGn", ["nearest is 'TPQJaehneGen'"]),
+            (f"{GEN} ! TPQMirror MirorType=mtBoth ! checksum", "MirorType", ["PQMirror1", "nearest is 'MirrorType'"]),
+            (f"{GEN} ! TPQMirror MirrorType=mtBth ! checksum", "mtBth",
+             ["PQMirror1", "MirrorType", "mtHorizontal, mtVertical, mtBoth", "nearest is 'mtBoth'"]),
+            ("TPQJaehneGen ImageSize.Width=70000 ! checksum", "70000",
+             ["PQJaehneGen1", "ImageSize.Width", "from 0 to 65535"]),
+            ("TPQJaehneGen Rate=fast ! checksum", "fast", ["PQJaehneGen1", "Rate", "a number"]),
+            ("TPQJaehneGen Name=g g.OtputPin ! checksum", "OtputPin", ["nearest is 'OutputPin'"]),
+            ("TPQJaehneGen Name=g g.OutputPin ! checksum  hg.OutputPin ! checksum", "hg", ["hg"]),
+            (f"{GEN} ! TPQMirror Name=m TPQCrop Name=c m.InputPin ! c.InputPin", "c.InputPin", ["both are sinks"]),
+            (f"{GEN} ! numbers", "numbers", ["PQJaehneGen1.OutputPin (image)", "numbers1.InputPin (real)"]),
+            ("TPQMirror Name=a ! TPQMirror Name=b b.OutputPin ! a.InputPin", "a.InputPin", ["cycle"]),
+            (f"{GEN} ! checksum 'open", "'open", ["not closed"]),
+            (f"{GEN} ! frames 'out.png'", "'out.png'", ["frames1", "FileName", "%d", "out-%04d.png"]),
+            (f"{GEN} ! frames 'out-%d.tiff'", "'out-%d.tiff'", ["frames1", "FileName", ".png"]),
+            (f"{GEN} !", "!", ["!"]),
+        ]:
+            with self.subTest(line=line):
+                for command in ("run", "check", "bench", "dot"):
+                    self.refused(command, line, says=says, source=line, caret=caret)
+
+    def test_all_faults_at_once(self):
+        done = self.refused("run", "TPQMirorr Foo=1 ! TPQMirror Bar=2 MirrorType=3x ! chcksum",
+                            says=["TPQMirorr", "'Bar'", "'3x'", "chcksum"])
+        faults = [line for line in done.err.splitlines() if line.startswith("pantiq: ")]
+        self.assertGreaterEqual(len(faults), 4)
+
+    def test_graphs_that_cannot_run(self):
+        self.refused("run", "", says=["the graph is empty"])
+        self.refused("run", "# nothing", says=["the graph is empty"])
+        self.refused("run", "TPQMirror ! checksum", says=["no source"])
+        self.assertIn("not connected", self.pantiq("check", f"{GEN} ! checksum TPQMirror").err)
+        self.assertIn("no errors: 2 components", self.pantiq("check", f"{GEN} ! checksum").out)
+
+    def test_graph_files(self):
+        for name, data, says in [
+            ("empty.pqg", b"", ["empty.pqg", "empty"]),
+            ("text.pqg", b"Dear reader\n", ["text.pqg:1:1: ", "pantiq graph 1"]),
+            ("cut.pqg", b"pantiq graph 1\nobject g: TPQJaehneGen\n  Rate = 5\n", ["cut.pqg:", "end"]),
+            ("wrong.pqg", b"pantiq graph 1\nobject g: TPQJaehneGen\n  Rate = x\nend\n", ["wrong.pqg:3:10: ", "g", "Rate"]),
+            ("bytes.pqg", bytes(range(256)) * 4, ["bytes.pqg"]),
+        ]:
+            with self.subTest(file=name):
+                self.write(name, data)
+                self.refused("run", name, says=says)
+        os.mkdir(self.path("folder.pqg"))
+        self.refused("run", "folder.pqg", says=["folder.pqg", "folder"])
+        self.refused("run", "none.pqg", says=["none.pqg", "there is no such file"])
+
+    def test_faults_as_json(self):
+        done = self.pantiq("check", "--json", "TPQJaehneGen Rate=fast ! chksum", code=2)
+        faults = [json.loads(line) for line in done.out.splitlines()]
+        self.assertEqual(done.err, "")
+        self.assertEqual([(f["event"], f["line"], f["column"]) for f in faults][:1], [("fault", 1, 19)])
+        self.assertTrue(all(f["severity"] in ("error", "warning") and f["text"] for f in faults))
+        done = self.pantiq("run", "--json", "TPQJaehneGen Rate=fast ! checksum", code=2)
+        self.assertEqual(json.loads(done.out.splitlines()[0])["value"], "fast")
+
+
+class FileFaults(Case):
+    def test_outputs(self):
+        self.write("old.txt", b"precious")
+        os.mkdir(self.path("folder"))
+        for name, says in [
+            ("old.txt", "the file exists"),
+            ("folder", "that is a folder"),
+            ("none/x.txt", "'none' cannot be used"),
+            ("old.txt/x.txt", "Not a directory"),
+        ]:
+            with self.subTest(name=name):
+                line = f"{GEN} ! checksum '{name}'"
+                self.refused("run", "--frames", "1", line, says=["checksum1", "FileName", name, says, "expected"],
+                             source=line, caret=f"'{name}'")
+        self.assertEqual(self.read("old.txt"), b"precious")
+        self.pantiq("run", "--frames", "1", "--overwrite", f"{GEN} ! checksum 'old.txt'")
+        self.assertTrue(self.read("old.txt").startswith(b"0 32x16 vfRGB24 "))
+
+    @unittest.skipIf(os.geteuid() == 0, "root may write everywhere")
+    def test_unwritable_folder(self):
+        os.mkdir(self.path("shut"), 0o500)
+        self.refused("run", f"{GEN} ! checksum 'shut/x'", says=["checksum1", "FileName", "Permission denied"])
+
+    def test_one_output_twice(self):
+        for a, b in [("x.txt", "./x.txt"), ("-", "-")]:
+            self.refused("run", f"{GEN} Name=g ! checksum '{a}'  g ! checksum '{b}'",
+                         says=["checksum2", "FileName", "checksum1"])
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def test_an_output_that_is_an_input(self):
+        self.pantiq("run", "--frames", "1", f"{GEN} ! frames 'in-%d.bmp'")
+        self.refused("run", "--overwrite", "TPQImageGen Picture='in-0.bmp' ! checksum './in-0.bmp'",
+                     says=["checksum1", "also the input of PQImageGen1"])
+        self.assertTrue(self.read("in-0.bmp").startswith(b"BM"))
+
+    def test_picture_that_is_none(self):
+        self.write("text.png", b"no picture")
+        self.write("empty.png", b"")
+        for name in ("text.png", "empty.png", "none.png"):
+            with self.subTest(name=name):
+                self.refused("run", f"TPQImageGen Picture='{name}' ! checksum", says=["PQImageGen1", "Picture", name])
+
+    def test_frames_do_not_replace_what_is_there(self):
+        self.pantiq("run", "--frames", "2", f"{GEN} ! frames 'f%03d.png'")
+        self.refused("run", "--frames", "1", f"{GEN} ! frames 'f%03d.png'", says=["'f000.png' exists, and 1 more"])
+        self.pantiq("run", "--frames", "1", "--overwrite", f"{GEN} ! frames 'f%03d.png'")
+
+    def test_full_disk_fails_the_run(self):
+        for sink in ("checksum", "y4m"):
+            done = self.pantiq("run", "--frames", "5000", f"{GEN} ! {sink} '/dev/full'", code=1)
+            self.assertIn("No space left on device", done.err)
+
+    def test_zero_sized_frames(self):
+        for sink in ("y4m 'out'", "frames 'out%d.png'"):
+            done = self.pantiq("run", "--frames", "3", f"TPQJaehneGen ImageSize.Width=0 ! {sink}", code=1)
+            self.assertIn("frame 0 has no pixels (0x180)", done.err)
+        self.assertEqual(os.listdir(self.folder), [])
+        done = self.pantiq("run", "--frames", "3", "TPQJaehneGen ImageSize.Height=0 ! TPQMirror ! checksum")
+        self.assertEqual(done.out.splitlines()[0], "0 240x0 vfRGB24 ef46db3751d8e999")
+        self.assertEqual(done.err.count("has no pixels"), 1)
+
+
+class Runs(Case):
+    def test_pictures_and_raw_video_agree(self):
+        line = f"{GEN} Name=g ! TPQMirror Name=m  m ! frames 'f%d.bmp'  m ! y4m 'v.y4m'  m ! checksum"
+        done = self.pantiq("run", "--frames", "3", line)
+        self.assertEqual([row.split()[:3] for row in done.out.splitlines()],
+                         [[str(i), "32x16", "vfRGB24"] for i in range(3)])
+        video = self.read("v.y4m")
+        head, body = video.split(b"\n", 1)
+        self.assertEqual(head, b"YUV4MPEG2 W32 H16 F25:1 Ip A1:1 C444 XCOLORRANGE=FULL")
+        plane = 32 * 16
+        self.assertEqual(len(body), 3 * (6 + 3 * plane))
+        for i in range(3):
+            picture = self.read(f"f{i}.bmp")
+            offset, = struct.unpack_from("<I", picture, 10)
+            height, = struct.unpack_from("<i", picture, 22)
+            rows = [picture[offset + 96 * y:offset + 96 * (y + 1)] for y in range(16)]
+            bgr = b"".join(rows if height < 0 else rows[::-1])
+            frame = body[i * (6 + 3 * plane) + 6:(i + 1) * (6 + 3 * plane)]
+            for k in range(plane):
+                b, g, r = bgr[3 * k:3 * k + 3]
+                luma = 0.299 * r + 0.587 * g + 0.114 * b
+                self.assertLess(abs(frame[k] - luma), 0.51)
+                self.assertLess(abs(frame[plane + k] - min(128 + (b - luma) / 1.772, 255)), 0.51)
+
+    def test_limits(self):
+        self.assertEqual(len(self.pantiq("run", "--frames", "7", f"{GEN} ! checksum").out.splitlines()), 7)
+        self.assertEqual(len(self.pantiq("run", "--seconds", "400ms", f"{GEN} Rate=10 ! checksum").out.splitlines()), 4)
+        whole = self.pantiq("run", "--frames", "1", f"{GEN} ! checksum").err
+        self.assertRegex(whole, r"done: 1 frame in \d+\.\d\d s")
+
+    def test_quiet_says_nothing(self):
+        done = self.pantiq("run", "--quiet", "--frames", "2", f"{GEN} ! checksum 'x'")
+        self.assertEqual((done.out, done.err), ("", ""))
+        self.assertIn("expected", self.pantiq("run", "--quiet", "Foo ! checksum", code=2).err)
+
+    def test_json_events(self):
+        line = f"{GEN} ! checksum 'sums'"
+        done = self.pantiq("run", "--json", "--frames", "5", line)
+        self.assertEqual(done.err, "")
+        events = [json.loads(row) for row in done.out.splitlines()]
+        self.assertEqual(events[0], {"event": "started", "graph": line, "frames": 5})
+        self.assertIn("progress", [e["event"] for e in events])
+        end = events[-1]
+        self.assertEqual((end["event"], end["ok"], end["stopped"], end["frames"]), ("ended", True, False, 5))
+        self.assertEqual(end["sinks"], [{"component": "checksum1", "frames": 5, "buffers": 0}])
+
+    def test_json_makes_way_for_a_sink_on_standard_output(self):
+        done = self.pantiq("run", "--json", "--frames", "2", f"{GEN} ! checksum")
+        self.assertEqual(len(done.out.splitlines()), 2)
+        self.assertEqual(json.loads(done.err.splitlines()[-1])["event"], "ended")
+
+    def test_json_tells_why_a_run_failed(self):
+        done = self.pantiq("run", "--json", "--frames", "1000", f"{GEN} ! y4m '/dev/full'", code=1)
+        events = [json.loads(row) for row in done.out.splitlines()]
+        report = [e for e in events if e["event"] == "report"][0]
+        self.assertEqual((report["severity"], report["component"], report["class"]), ("error", "y4m1", "y4m"))
+        self.assertFalse(events[-1]["ok"])
+        self.assertIn("No space left", events[-1]["error"])
+
+    def test_a_closed_pipe_fails_the_run(self):
+        run = subprocess.Popen([PANTIQ, "run", f"{GEN} ! checksum"], stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        run.stdout.readline()
+        run.stdout.close()
+        self.assertIn(b"Broken pipe", run.stderr.read())
+        run.stderr.close()
+        self.assertEqual(run.wait(), 1)
+
+    def test_bench(self):
+        result = json.loads(self.pantiq("bench", "--json", "--frames", "20", f"{GEN} ! TPQMirror ! checksum 'x'").out)
+        self.assertEqual(result["frames"], 20)
+        self.assertEqual([c["component"] for c in result["components"]], ["PQJaehneGen1", "PQMirror1", "checksum1"])
+        self.assertEqual([c["frames"] for c in result["components"]][1:], [20, 20])
+        self.assertLessEqual(sum(c["seconds"] for c in result["components"]), result["elapsed"] * 1.01)
+        self.assertIn("frames per second", self.pantiq("bench", "--overwrite", f"{GEN} ! checksum 'x'").out)
+
+    def test_progress_on_a_terminal(self):
+        leader, follower = os.openpty()
+        fcntl.ioctl(follower, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 200, 0, 0))
+        run = subprocess.Popen([PANTIQ, "run", "--realtime", "--seconds", "1", f"{GEN} ! checksum 'x'"], cwd=self.folder,
+                               stdout=subprocess.DEVNULL, stderr=follower)
+        os.close(follower)
+        shown = b""
+        try:
+            while part := os.read(leader, 4096):
+                shown += part
+        except OSError:  # the other end is closed
+            pass
+        os.close(leader)
+        self.assertEqual(run.wait(), 0)
+        self.assertRegex(shown, rb"\r\d+ frames?  [\d.]+ fps  0:00\.\d")
+        self.assertIn(b" left", shown)
+        self.assertTrue(shown.rstrip().splitlines()[-1].split(b"\x1b[K")[-1].startswith(b"done: "), shown)
+
+
+class Signals(Case):
+    def start(self, *words):
+        return subprocess.Popen([PANTIQ, "run", *words], cwd=self.folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+    def test_a_signal_ends_the_stream_properly(self):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            with self.subTest(signal=number):
+                run = self.start("--overwrite", "--realtime", f"{GEN} Name=g Rate=200 ! y4m 'v.y4m'  g ! checksum")
+                for _ in range(5):
+                    run.stdout.readline()
+                run.send_signal(number)
+                out, err = run.communicate()
+                self.assertEqual(run.returncode, 128 + number, err)
+                self.assertIn(b"stopped after ", err)
+                self.assertEqual(err.count(b"g has no end"), 1)
+                body = self.read("v.y4m").split(b"\n", 1)[1]
+                self.assertEqual(len(body) % (6 + 3 * 32 * 16), 0)
+                self.assertGreaterEqual(len(body) // (6 + 3 * 32 * 16), 5)
+                self.assertTrue(out == b"" or out.endswith(b"\n"))
+
+    def test_json_tells_the_signal(self):
+        run = self.start("--json", "--realtime", f"{GEN} Rate=200 ! checksum 'x'")
+        self.assertEqual(json.loads(run.stdout.readline())["event"], "note")
+        self.assertEqual(json.loads(run.stdout.readline())["event"], "started")
+        run.send_signal(signal.SIGINT)
+        out, _ = run.communicate()
+        end = json.loads(out.splitlines()[-1])
+        self.assertEqual((end["ok"], end["stopped"], end["signal"], run.returncode), (True, True, 2, 130))
+
+    @unittest.skipIf(os.environ.get("PANTIQ_SANITIZE") == "thread", "ThreadSanitizer holds signals back during a write")
+    def test_the_second_signal_kills(self):
+        run = self.start("TPQJaehneGen ! y4m")
+        waiting = array.array("i", [0])
+        size = fcntl.fcntl(run.stdout.fileno(), 1032)  # F_GETPIPE_SZ
+        while waiting[0] < size:  # until the program waits for somebody to read
+            fcntl.ioctl(run.stdout.fileno(), termios.FIONREAD, waiting)
+            time.sleep(0.01)
+        run.send_signal(signal.SIGINT)
+        run.send_signal(signal.SIGTERM)
+        self.assertIn(run.wait(), (-signal.SIGINT, -signal.SIGTERM))
+        run.stdout.close()
+        run.stderr.close()
+
+
+class Storage(Case):
+    LINE = ("TPQJaehneGen Name=g Rate=12.5 ImageSize.Width=64 ! TPQMirror MirrorType=mtBoth ! TPQCrop Region.Left=3"
+            "  g ! TPQMirror Name=second Enabled=false")
+
+    def test_saved_loaded_and_saved_again_is_the_same(self):
+        self.pantiq("save", self.LINE, "-o", "a.pqg")
+        self.pantiq("save", "a.pqg", "-o", "b.pqg")
+        text = self.read("a.pqg")
+        self.assertEqual(text, self.read("b.pqg"))
+        self.assertEqual(self.pantiq("save", self.LINE, "-o", "-").stdout, text)
+        self.assertTrue(text.startswith(b"pantiq graph 1\n"))
+        for part in (b"Rate = 12.5", b"MirrorType = mtBoth", b"InputPin = g.OutputPin", b"Region.Left = 3"):
+            self.assertIn(part, text)
+        self.assertEqual(self.pantiq("dot", self.LINE).out, self.pantiq("dot", "a.pqg").out)
+
+    def test_comments_and_order_stay(self):
+        text = (b"pantiq graph 1\n# a head\n\nobject b: TPQMirror  # flips\n  InputPin = a.OutputPin\n"
+                b"  MirrorType = mtVertical\nend\n\nobject a: TPQJaehneGen\nend\n")
+        self.write("hand.pqg", text)
+        self.assertEqual(self.pantiq("save", "hand.pqg", "-o", "-").stdout, text)
+
+    def test_sinks_of_the_program_are_refused(self):
+        for sink in ("checksum", "y4m", "frames"):
+            done = self.pantiq("save", f"{GEN} ! {sink}", "-o", "x.pqg", code=2)
+            self.assertIn(f"{sink}1", done.err)
+        self.assertEqual(os.listdir(self.folder), [])
+
+    def test_where_it_cannot_be_saved(self):
+        self.write("old.pqg", b"precious")
+        self.assertIn("exists", self.pantiq("save", self.LINE, "-o", "old.pqg", code=2).err)
+        self.assertEqual(self.read("old.pqg"), b"precious")
+        self.pantiq("save", "--overwrite", self.LINE, "-o", "old.pqg")
+        self.assertIn("none", self.pantiq("save", self.LINE, "-o", "none/x.pqg", code=2).err)
+
+    def test_dot(self):
+        text = self.pantiq("dot", self.LINE).out
+        self.assertTrue(text.startswith("digraph pantiq {") and text.rstrip().endswith("}"))
+        self.assertIn('"g" -> "second"', text)
+
+
+class Listings(Case):
+    def test_pages(self):
+        pages = classes()
+        self.assertEqual(pages["Program"], ["checksum", "frames", "numbers", "y4m"])
+        self.assertIn("TPQMirror", pages["Pantiq"])
+        text = self.pantiq("list").out
+        library, program = text.split("\nProgram\n")
+        self.assertTrue(library.startswith("Pantiq\n"))
+        self.assertIn("  TPQMirror", library)
+        self.assertNotIn("checksum", library)
+        self.assertIn("  checksum", program)
+
+    def test_every_class_can_be_inspected(self):
+        for name in [name for page in classes().values() for name in page]:
+            with self.subTest(name=name):
+                shown = json.loads(self.pantiq("inspect", name, "--json").out)
+                text = self.pantiq("inspect", name).out
+                self.assertTrue(text.startswith(f"{name}: "))
+                self.assertTrue(shown["help"])
+                for entry in shown["properties"] + shown["pins"]:
+                    self.assertIn(f"  {entry['name']}: ", text)
+                if "example" in shown:
+                    self.assertEqual(self.pantiq("dot", shown["example"]).err, "")
+
+    def test_what_a_property_shows(self):
+        shown = json.loads(self.pantiq("inspect", "TPQMirror", "--json").out)
+        mirror = next(p for p in shown["properties"] if p["name"] == "MirrorType")
+        self.assertEqual((mirror["kind"], mirror["default"], mirror["acts"]),
+                         ("enumeration", "mtHorizontal", "with the next frame"))
+        self.assertEqual([w["name"] for w in mirror["words"]], ["mtHorizontal", "mtVertical", "mtBoth"])
+        size = next(p for p in json.loads(self.pantiq("inspect", "TPQJaehneGen", "--json").out)["properties"]
+                    if p["name"] == "ImageSize")
+        width = size["properties"][0]
+        self.assertEqual((width["name"], width["default"], width["range"], width["unit"]),
+                         ("Width", "240", [0, 65535], "pixels"))
+
+    def test_listing_opens_no_module_of_the_platform(self):
+        for words in (["list"], ["inspect", "TPQMirror"], ["kernels"], ["run", "--frames", "1", f"{GEN} ! checksum"]):
+            done = subprocess.run([PANTIQ, *words], capture_output=True, check=True, env={**os.environ, "LD_DEBUG": "files"})
+            opened = done.stderr.decode(errors="replace")
+            self.assertIn("libstdc++", opened)
+            for module in ("libgst", "libavcodec", "libavformat", "libQt", "libpantiq-"):
+                self.assertNotIn(module, opened, words)
+
+    def test_a_full_disk_is_told(self):
+        for words in (["list"], ["inspect", "TPQMirror"], ["kernels"], ["--help"]):
+            with open("/dev/full", "wb") as full:
+                done = subprocess.run([PANTIQ, *words], stdout=full, stderr=subprocess.PIPE)
+            self.assertEqual(done.returncode, 1)
+            self.assertIn(b"No space left", done.stderr)
+
+
+class Variants(Case):
+    def test_kernels_obey_the_environment(self):
+        for wish in ("px", "a6"):
+            shown = json.loads(self.pantiq("kernels", "--json", env={"PANTIQ_CPU": wish}).out)
+            if wish not in shown["variants"]:
+                continue
+            for kernel in shown["kernels"]:
+                self.assertEqual(kernel["variant"], wish if wish in kernel["variants"] else "px", kernel)
+            self.assertIn(f"PANTIQ_CPU={wish}", self.pantiq("kernels", env={"PANTIQ_CPU": wish}).out)
+
+    def test_every_variant_gives_the_same_frames(self):
+        """The example of each class that needs no file, twice and with each variant of the kernels."""
+        variants = json.loads(self.pantiq("kernels", "--json").out)["variants"]
+        ran = 0
+        for name in classes()["Pantiq"]:
+            example = json.loads(self.pantiq("inspect", name, "--json").out).get("example", "")
+            if not example.endswith(("checksum", "numbers")) or "in.mp4" in example or "out.asf" in example:
+                continue
+            with self.subTest(example=example):
+                sums = [self.pantiq("run", "--frames", "4", example, env={"PANTIQ_CPU": v}).out for v in ["px", *variants]]
+                self.assertGreaterEqual(len(sums[0].splitlines()), 4)
+                for other in sums[1:]:
+                    self.assertEqual(sums[0], other)
+                ran += 1
+        self.assertGreater(ran, 0)
+
+
+class Media(Case):
+    """What the reader of media files says about files that are none."""
+
+    def setUp(self):
+        super().setUp()
+        if "TPQASFPlayer" not in classes()["Pantiq"]:
+            self.skipTest("this build has no player")
+        self.line = "TPQASFPlayer FileName='in.asf' ! checksum"
+
+    def test_missing_and_empty(self):
+        self.refused("run", self.line, says=["PQASFPlayer1", "FileName", "in.asf", "there is no such file"],
+                     source=self.line, caret="'in.asf'")
+        self.write("in.asf", b"")
+        self.refused("run", self.line, says=["PQASFPlayer1", "FileName", "in.asf", "empty"])
+        os.remove(self.path("in.asf"))
+        os.mkdir(self.path("in.asf"))
+        self.refused("run", self.line, says=["PQASFPlayer1", "FileName", "in.asf", "that is a folder"])
+
+    def test_text_and_cut_header(self):
+        header = bytes.fromhex("3026b2758e66cf11a6d900aa0062ce6c") + struct.pack("<QIBB", 5000, 5, 1, 2)
+        for data in (b"This is a letter, no film.\n" * 400, header + b"\0" * 40):
+            self.write("in.asf", data)
+            done = self.pantiq("run", self.line, code=1)
+            self.assertIn("PQASFPlayer1", done.err)
+
+    def test_written_files_play_and_outputs_are_safe(self):
+        line = f"TPQJaehneGen ! TPQASFLogger FileName='out.asf'"
+        done = subprocess.run([PANTIQ, "run", "--frames", "25", line], cwd=self.folder, capture_output=True)
+        if b"install" in done.stderr:
+            self.skipTest(done.stderr.decode())
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.refused("run", "--frames", "25", line, says=["PQASFLogger1", "FileName", "the file exists"])
+        sums = self.pantiq("run", "TPQASFPlayer FileName='out.asf' ! checksum").out
+        self.assertEqual(len(sums.splitlines()), 25)
+        self.refused("run", "--overwrite", "TPQASFPlayer FileName='out.asf' ! TPQASFLogger FileName='./out.asf'",
+                     says=["PQASFLogger1", "also the input of PQASFPlayer1"])
+
+    def test_ctrl_c_closes_the_file(self):
+        run = subprocess.Popen([PANTIQ, "run", "--realtime", "TPQJaehneGen Name=g ! checksum  g ! TPQASFLogger FileName='c.asf'"],
+                               cwd=self.folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        for _ in range(10):
+            run.stdout.readline()
+        run.send_signal(signal.SIGINT)
+        _, err = run.communicate()
+        if b"install" in err:
+            self.skipTest(err.decode())
+        self.assertEqual(run.returncode, 130, err)
+        self.assertGreaterEqual(len(self.pantiq("run", "TPQASFPlayer FileName='c.asf' ! checksum").out.splitlines()), 10)
+
+
+class ExampleGraphs(Case):
+    def test_examples_have_no_faults(self):
+        """Files that they read need not be here."""
+        graphs = sorted(glob.glob(os.path.join(os.environ["PANTIQ_GRAPHS"], "*.pqg")))
+        self.assertTrue(graphs)
+        known = set(classes()["Pantiq"])
+        for graph in graphs:
+            with self.subTest(graph=os.path.basename(graph)):
+                with open(graph, encoding="utf-8") as file:
+                    text = file.read()
+                used = {line.split(":")[1].split()[0] for line in text.splitlines() if line.startswith("object ")}
+                if not used <= known:
+                    continue
+                self.assertEqual(self.pantiq("save", graph, "-o", "-").out, text)
+
+
+if __name__ == "__main__":
+    unittest.main()
