@@ -123,17 +123,23 @@ void CopyRow43(const u8* p, u8* o, std::ptrdiff_t width) {
 }
 
 // Eight pixels a step on every target: half as many 64-byte steps took 1.1 times as long, bound by the memory. Lanes
-// start at pixels 0 and 4; the upper one reads 16 bytes from byte 12 on, so two pixels must follow.
+// start at pixels 0 and 4; the upper one reads 16 bytes from byte 12 on, so two pixels must follow. The first pixels go
+// singly up to a destination at a multiple of 32 bytes (16 bytes off it, a 1920 x 1080 image took 1.14 times as long).
 void CopyRow34(const u8* p, u8* o, std::ptrdiff_t width) {
   const __m128i lane = _mm_setr_epi8(0, 1, 2, -1, 3, 4, 5, -1, 6, 7, 8, -1, 9, 10, 11, -1);
   const S spread = _mm256_broadcastsi128_si256(lane), alpha = _mm256_set1_epi32(static_cast<int>(0xFF000000u));
+  const auto single = [&p, &o] {
+    o[0] = p[0], o[1] = p[1], o[2] = p[2];
+    p += 3, o += 4;
+  };
   std::ptrdiff_t x = 0;
+  for (; x < width && x < 8 && (reinterpret_cast<std::uintptr_t>(o) & 31) != 0; ++x) single();
   for (; x + 10 <= width; x += 8, p += 24, o += 32) {
     const S v = _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p))),
                                         _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 12)), 1);
     Store(o, Or(Shuffle8(v, spread), And(LoadS(o), alpha)));
   }
-  for (; x < width; ++x, p += 3, o += 4) o[0] = p[0], o[1] = p[1], o[2] = p[2];
+  for (; x < width; ++x) single();
 }
 
 // One plane into every third byte. Blocks write up to two bytes behind their last pixel's, so a pixel must follow.
