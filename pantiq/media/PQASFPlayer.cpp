@@ -256,10 +256,7 @@ void TPQASFPlayer::NewThreadFrame(TPersistent*) {
       if (!SendAudio(std::move(node), run, *alive)) return;
     }
   }
-  if (taken == kMostEntries) {
-    NotifyThread().Notify();
-    return;
-  }
+  if (taken == kMostEntries) NotifyThread().Notify();
   CheckEnd(run, *alive);
 }
 

@@ -54,8 +54,8 @@ const PQClassInfo& TBXASFBasicPlayer::Class() {
   static const PQClassInfo& info =
       PQDescribe<T>("TBXASFBasicPlayer", "PQBXASFBasicPlayer", "Base of players of media files.")
           .Inherits<TComponent>()
-          .Property("FileName", &T::GetFileName, &T::SetFileName, PQDefault(""), PQBareValue{}, PQFile(PQFileUse::Read), PQActs::NextStart,
-                    "File to be played.")
+          .Property("FileName", &T::GetFileName, &T::SetFileName, PQDefault(""), PQBareValue{}, PQFile(PQFileUse::Read),
+                    PQActs::NextStart, "File to be played.")
           .Property("Enabled", &T::GetEnabled, &T::SetEnabled, PQDefault(true), PQActs::NextStart,
                     "False answers queries with the wish to do without these streams.")
           .Property("StartTime", &T::GetStartTime, &T::SetStartTime, PQDefault(std::int64_t{0}), PQUnit("100 ns"),

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <utility>
 
-
 namespace pantiq {
 
 constinit const PQClassTag TPQBaseCommonLogger::kTag{"TPQBaseCommonLogger", &TComponent::kTag};
@@ -28,7 +27,8 @@ const PQClassInfo& TPQBaseCommonLogger::Class() {
       PQDescribe<T>("TPQBaseCommonLogger", "PQDSCommonLogger", "Base of components that record.")
           .Inherits<TComponent>()
           .Property(
-              "FileName", &T::GetFileName, &T::SetFileName, PQDefault(""), PQBareValue{}, PQFile(PQFileUse::Write), PQActs::NextStart,
+              "FileName", &T::GetFileName, &T::SetFileName, PQDefault(""), PQBareValue{}, PQFile(PQFileUse::Write),
+              PQActs::NextStart,
               "File to be written; it is replaced when the first frame comes. Nothing is recorded while it is empty.")
           .Property("Enabled", &T::GetEnabled, &T::SetEnabled, PQDefault(true), PQActs::NextStart,
                     "False records nothing.")
@@ -139,8 +139,14 @@ TJCNotifyResult TPQDSCommonLogger::IntAudioDispatch(TJCPin&, const TGUID*, IJCNo
     if (supplied->Buffer) IntRenderAudio(GetEnabled() || running_.load(), supplied->Buffer);
   } else if (auto* start = JCOperation<TJCStartWaveOperation>(op)) {
     BeginAudio(start->Format);
-  } else if (JCOperation<TJCStopOperation>(op) != nullptr || JCOperation<TJCIgnoreStreamOperation>(op) != nullptr) {
+  } else if (JCOperation<TJCIgnoreStreamOperation>(op) != nullptr) {
     EndAudio();
+  } else if (JCOperation<TJCStopOperation>(op) != nullptr) {
+    if (video_begun_) {
+      EndAudio();
+    } else {
+      audio_begun_ = false;  // of a recording that is over, or never was
+    }
   }
   return {};
 }

@@ -54,13 +54,10 @@ void TDSGraph::DestroyDownstream(PQFilterId filter) {
 }
 
 void TDSGraph::ReleaseGraph() {
-  std::shared_ptr<PQMediaGraph> graph;
-  {
-    const std::lock_guard lock(mutex_);
-    graph.swap(graph_);
-  }
+  std::shared_ptr<PQMediaGraph> graph;  // dies outside the mutex
+  const std::lock_guard lock(mutex_);
+  graph.swap(graph_);
   registered_ = events_ = false;
-  if (graph != nullptr) (void)graph->Stop();
 }
 
 void TDSGraph::Error(const std::string& text, const PQPlatformResult& result) {

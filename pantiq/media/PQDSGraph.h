@@ -42,7 +42,7 @@ class PQ_EXPORT TDSGraph final : public TPersistent {
   void MediaEvent(long event);
   // Removes what stands behind the filter.
   void DestroyDownstream(PQFilterId filter);
-  // Stops and drops the graph. Whoever still holds the interface keeps the object alive, without a use.
+  // Drops the graph; whoever still holds the interface keeps the object alive. A running one is stopped before.
   void ReleaseGraph();
 
   // Report the text as it is, with the code and what the platform said.

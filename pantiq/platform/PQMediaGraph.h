@@ -43,7 +43,6 @@ struct PQRecordingRequest {
 struct PQRecordingProfile {
   std::string container, video_codec, audio_codec;  // as in the request, resolved
   std::string muxer, video_encoder, audio_encoder;  // the platform's elements with their settings
-  bool restamp = false;                             // the muxer takes stamps as they are
 };
 
 class PQ_EXPORT PQMediaGraph {

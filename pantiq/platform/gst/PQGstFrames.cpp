@@ -102,8 +102,8 @@ std::shared_ptr<void> TakeFrameMemory(GstBuffer* buffer, const std::uint8_t*& da
   if (gst_buffer_n_memory(buffer) != 1) return nullptr;
   GstMemory* memory = gst_buffer_peek_memory(buffer, 0);
   if (memory->allocator == nullptr || !gst_memory_is_type(memory, kMemoryType)) return nullptr;
-  // The thread that brought the buffer lets go of it a moment after it can be pulled. A decoder that keeps frames to predict
-  // from does not: it holds the buffer or its memory too.
+  // The thread that brought the buffer lets go of it a moment after it can be pulled. A decoder that keeps frames to
+  // predict from does not: it holds the buffer or its memory too.
   const auto alone = [&] {
     return g_atomic_int_get(&GST_MINI_OBJECT_REFCOUNT(buffer)) == 1 &&
            g_atomic_int_get(&GST_MINI_OBJECT_REFCOUNT(memory)) == 1;

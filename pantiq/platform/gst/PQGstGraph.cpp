@@ -10,6 +10,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <deque>
 #include <mutex>
 #include <set>
 #include <utility>
@@ -35,6 +36,8 @@ struct Flow {
   std::condition_variable changed;
   int raw[2] = {0, 0};  // video, audio
   bool interrupted = false, end_of_stream = false;
+  bool keep_stamps = false;
+  std::deque<GstClockTime> stamps;  // of the frames inside the video encoder, if they are kept
   PQPlatformResult failure;
 };
 
@@ -68,6 +71,8 @@ ElementPtr MakePipeline(const std::shared_ptr<Flow>& flow) {
 struct Restamp {
   GstSegment segment;
   bool known = false;
+  std::shared_ptr<Flow>
+      by_order;  // set for an encoder whose stamps are useless: frames leave it in the order they came
 
   GstClockTime Running(GstClockTime stamp) const {
     if (!GST_CLOCK_TIME_IS_VALID(stamp) || !known) return stamp;
@@ -92,8 +97,17 @@ GstPadProbeReturn OnRestamp(GstPad*, GstPadProbeInfo* info, gpointer data) {
     return GST_PAD_PROBE_OK;
   }
   GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
-  GST_BUFFER_PTS(buffer) = restamp->Running(GST_BUFFER_PTS(buffer));
-  GST_BUFFER_DTS(buffer) = restamp->Running(GST_BUFFER_DTS(buffer));
+  if (restamp->by_order != nullptr) {
+    const std::lock_guard lock(restamp->by_order->mutex);
+    auto& stamps = restamp->by_order->stamps;
+    if (!stamps.empty()) {
+      GST_BUFFER_PTS(buffer) = stamps.front();
+      stamps.pop_front();
+    }
+  } else {
+    GST_BUFFER_PTS(buffer) = restamp->Running(GST_BUFFER_PTS(buffer));
+  }
+  GST_BUFFER_DTS(buffer) = GST_BUFFER_PTS(buffer);
   GST_PAD_PROBE_INFO_DATA(info) = buffer;
   return GST_PAD_PROBE_OK;
 }
@@ -404,13 +418,16 @@ PQPlatformResult Graph::Render(PQFilterId from, PQFilterId via, PQFilterId to) {
                                  (is_video ? writer->profile.video_codec : writer->profile.audio_codec)};
   }
   source->stream = ++streams_;
-  if (writer->profile.restamp) {
-    const PadPtr out(gst_element_get_static_pad(source->chain.get(), "src"));
-    const PadPtr in(gst_pad_get_peer(out.get()));
-    gst_pad_add_probe(in.get(),
-                      static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
-                      OnRestamp, new Restamp, [](gpointer data) { delete static_cast<Restamp*>(data); });
+  const PadPtr out(gst_element_get_static_pad(source->chain.get(), "src"));
+  const PadPtr in(gst_pad_get_peer(out.get()));
+  auto* restamp = new Restamp;
+  if (is_video && writer->profile.video_codec == "MPEG4") {
+    restamp->by_order = flow_;
+    flow_->keep_stamps = true;
   }
+  gst_pad_add_probe(in.get(),
+                    static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
+                    OnRestamp, restamp, [](gpointer data) { delete static_cast<Restamp*>(data); });
   return {};
 }
 
@@ -527,6 +544,9 @@ PQPlatformResult Graph::Push(Filter& source, int kind, int limit, const PQPlatfo
     std::unique_lock lock(flow_->mutex);
     if (auto result = Waiting(lock, kind, limit); !result.Ok()) return result;
     ++flow_->raw[kind];
+    if (kind == 0 && flow_->keep_stamps) {
+      flow_->stamps.push_back(static_cast<GstClockTime>(block.begin * kNanosecondsPerUnit));
+    }
   }
   std::shared_ptr<const void> released(nullptr, [flow = flow_, kind](const void*) {
     const std::lock_guard lock(flow->mutex);

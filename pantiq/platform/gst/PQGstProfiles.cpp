@@ -14,16 +14,15 @@ namespace {
 struct Container {
   const char* name;
   const char* muxer;
-  bool restamp;  // takes stamps as they are, while encoders put theirs far from 0
   // What it takes, separated by blanks; the first is the automatic choice.
   const char* video;
   const char* audio;
 };
 constexpr std::array kContainers = {
-    Container{"asf", "avmux_asf", true, "WMV2 WMV1 MP43", "WMA2 WMA1 MP3"},
-    Container{"mkv", "matroskamux", false, "H264 MPEG4 MP43", "AAC MP3"},
-    Container{"mp4", "mp4mux", false, "H264 MPEG4", "AAC MP3"},
-    Container{"avi", "avimux", false, "MPEG4 MP43 H264", "MP3 PCM"},
+    Container{"asf", "avmux_asf", "WMV2 WMV1 MP43", "WMA2 WMA1 MP3"},
+    Container{"mkv", "matroskamux", "H264 MPEG4 MP43", "AAC MP3"},
+    Container{"mp4", "mp4mux", "H264 MPEG4", "AAC MP3"},
+    Container{"avi", "avimux", "MPEG4 MP43 H264", "MP3 PCM"},
 };
 
 struct Codec {
@@ -140,7 +139,6 @@ PQPlatformResult ResolveProfile(const PQRecordingRequest& request, PQRecordingPr
   profile.video_codec = video_codec->name;
   profile.audio_codec = audio_codec->name;
   profile.muxer = container->muxer;
-  profile.restamp = container->restamp;
   profile.video_encoder = VideoEncoder(*video_codec, request);
   profile.audio_encoder = AudioEncoder(*audio_codec, request);
   return {};
