@@ -145,6 +145,7 @@ int RunGraph(const RunArguments& arguments) {
 int BenchGraph(const RunArguments& arguments) {
   GivenGraph given;
   if (!Prepare(arguments, given, arguments.json ? OutputKind::Json : OutputKind::Person)) return kExitRefused;
+  const bool taken = UsesStandardOutput(given.graph->GetComponents());
   PQRunOptions options = OptionsOf(arguments);
   options.measure = true;
   if (options.frames == 0 && options.seconds == 0) options.frames = kBenchFrames;
@@ -194,6 +195,11 @@ int BenchGraph(const RunArguments& arguments) {
           frames > 0 ? 1000 * time.seconds / static_cast<double>(frames) : 0, sum > 0 ? 100 * time.seconds / sum : 0);
       text += Padded(time.component, name + 2) + Padded(time.class_name, kind + 2) + line;
     }
+  }
+  if (taken) {
+    text.pop_back();
+    PrintError(text);
+    return ExitOf(result);
   }
   const int printed = PrintResult(text);
   return printed != kExitOk ? printed : ExitOf(result);

@@ -296,6 +296,9 @@ class Runs(Case):
         self.assertEqual([c["frames"] for c in result["components"]][1:], [20, 20])
         self.assertLessEqual(sum(c["seconds"] for c in result["components"]), result["elapsed"] * 1.01)
         self.assertIn("frames per second", self.pantiq("bench", "--overwrite", f"{GEN} ! checksum 'x'").out)
+        done = self.pantiq("bench", "--frames", "3", f"{GEN} ! checksum")
+        self.assertEqual(len(done.out.splitlines()), 3)
+        self.assertIn("frames per second", done.err)
 
     def test_progress_on_a_terminal(self):
         leader, follower = os.openpty()
