@@ -465,13 +465,16 @@ std::vector<TJCPin*> TJCPinList::Pins() const {
 }
 
 void TJCPinList::Disconnect() {
+  const SectionScope section;  // a list that shrinks does so when the walk is over
   for (TJCPin* pin : Pins()) pin->Disconnect();
 }
 
 TJCPinListOwner::TJCPinListOwner(TJCPinList& list, int least, int most, Factory make)
-    : list_(list), least_(least), most_(most), make_(std::move(make)) {
+    : list_(list), least_(least), most_(most), make_(std::move(make)), self_(std::make_shared<TJCPinListOwner*>(this)) {
   Adjust();
 }
+
+TJCPinListOwner::~TJCPinListOwner() { *self_ = nullptr; }
 
 void TJCPinListOwner::Adjust() {
   if (adjusting_) return;
@@ -482,7 +485,11 @@ void TJCPinListOwner::Adjust() {
   };
   while (list_.GetCount() < least_ || (list_.GetCount() < most_ && !last_free(1))) {
     auto pin = make_();
-    pin->SetConnectionChanged([this] { JCAtSectionEnd([this] { Adjust(); }); });
+    pin->SetConnectionChanged([self = self_] {
+      JCAtSectionEnd([self] {
+        if (*self != nullptr) (*self)->Adjust();
+      });
+    });
     list_.Add(*pin.release());
   }
   while (list_.GetCount() > least_ && last_free(1) && last_free(2)) list_.Remove(*list_.GetPin(list_.GetCount() - 1));

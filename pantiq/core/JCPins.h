@@ -250,12 +250,16 @@ class PQ_EXPORT TJCPinListOwner {
   using Factory = std::function<std::unique_ptr<TJCPin>()>;
   // The list must own its pins and outlive this object.
   TJCPinListOwner(TJCPinList& list, int least, int most, Factory make);
+  ~TJCPinListOwner();
+  TJCPinListOwner(const TJCPinListOwner&) = delete;
+  TJCPinListOwner& operator=(const TJCPinListOwner&) = delete;
 
  private:
   void Adjust();
   TJCPinList& list_;
   int least_, most_;
   Factory make_;
+  std::shared_ptr<TJCPinListOwner*> self_;  // null once this object is gone: what was put off asks it
   bool adjusting_ = false;
 };
 

@@ -39,7 +39,7 @@
 #if defined(__SSE__)
 #include <xmmintrin.h>
 #else
-#include <fenv.h>
+#include <cfenv>
 #endif
 
 #include "pantiq/kernels/PQVariants.h"
