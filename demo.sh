@@ -18,8 +18,8 @@ $pantiq run "TPQASFPlayer Name=player FileName='$clip'
              ! TPQMirror MirrorType=mtVertical
              ! TPQASFLogger Name=logger FileName=out/mirrored.asf
              player.AudioOutputPin ! logger.AudioInputPin" --overwrite
-$pantiq run "TPQASFPlayer FileName='$clip' ! frames 'out/before-%d.png'" --from 4s --frames 1 --overwrite --quiet
-$pantiq run "TPQASFPlayer FileName=out/mirrored.asf ! frames 'out/after-%d.png'" --from 4s --frames 1 --overwrite --quiet
+$pantiq run "TPQASFPlayer FileName='$clip' ! frames 'out/before-%d.png'" --from 500ms --frames 1 --overwrite --quiet
+$pantiq run "TPQASFPlayer FileName=out/mirrored.asf ! frames 'out/after-%d.png'" --from 500ms --frames 1 --overwrite --quiet
 { set +x; } 2>/dev/null
 ffmpeg -v error -y -i out/before-0.png -i out/after-0.png -filter_complex '[0]scale=320:-2[a];[1]scale=320:-2[b];[a][b]hstack' out/demo.png
 frames=$(ffprobe -v error -count_frames -select_streams v -show_entries stream=nb_read_frames -of csv=p=0 out/mirrored.asf)
