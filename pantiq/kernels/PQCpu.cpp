@@ -26,18 +26,38 @@ unsigned char Automatic() {
 
 }  // namespace
 
+#if PQ_TUNED
+namespace {
+
+#if defined(__clang__)
+// clang 14 does not know the levels by name; no processor has these without the rest of its level.
+bool HasLevel3() {
+  return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") && __builtin_cpu_supports("bmi2") &&
+         __builtin_cpu_supports("fma");
+}
+bool HasLevel4() {
+  return HasLevel3() && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+         __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl");
+}
+#else
+bool HasLevel3() { return __builtin_cpu_supports("x86-64-v3"); }
+bool HasLevel4() { return __builtin_cpu_supports("x86-64-v4"); }
+#endif
+
+}  // namespace
+#endif
+
 bool PQCanRun(PQVariant variant) {
 #if PQ_TUNED
   switch (variant) {
     case PQVariant::px:
       return true;
     case PQVariant::a6:
-      return __builtin_cpu_supports("x86-64-v3");
+      return HasLevel3();
     case PQVariant::w7:
-      return __builtin_cpu_supports("x86-64-v4");
+      return HasLevel4();
     case PQVariant::t7:
-      return __builtin_cpu_supports("x86-64-v4") && __builtin_cpu_supports("avx512vbmi") &&
-             __builtin_cpu_supports("avx512vbmi2");
+      return HasLevel4() && __builtin_cpu_supports("avx512vbmi") && __builtin_cpu_supports("avx512vbmi2");
   }
   return false;
 #else
