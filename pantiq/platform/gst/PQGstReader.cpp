@@ -132,7 +132,7 @@ class Reader final : public PQMediaReader {
   void TearDown();
   void AddOutput(GstPad* pad);
   void ReadProps(Output& output);
-  std::int64_t FramePeriod(const Output& output) const;
+  std::int64_t FramePeriod(const Output& output);
   bool ReadyToStart();
   bool IsAsleep();
   void Pull(Output& output);
@@ -372,6 +372,7 @@ PQPlatformResult Reader::Build() {
     TearDown();
     return result;
   }
+  bool opened = false;
   {
     std::unique_lock lock(mutex_);
     const auto decided = [this] {
@@ -387,21 +388,23 @@ PQPlatformResult Reader::Build() {
       asleep = IsAsleep() ? asleep + 1 : 0;
       lock.lock();
     }
-    if (interrupted_) failure_ = {kPlatformInterrupted, "was interrupted"};
-    if (failure_.Ok() && !all_pads_) failure_ = {kPlatformFormat, "ends before its first frame"};
+    if (failure_.Ok() && !interrupted_ && !all_pads_) failure_ = {kPlatformFormat, "ends before its first frame"};
     // An output that is announced and never brings anything must not hold up the others.
     if (failure_.Ok()) {
       changed_.wait_for(lock, kOutputLimit, [this] { return interrupted_ || !failure_.Ok() || ReadyToStart(); });
     }
     if (failure_.Ok()) {
       changed_.wait_for(lock, kStampLimit, [this] {
-        return std::all_of(found_.begin(), found_.end(), [](const auto& output) {
-          return output->props.major_type != PQMediaType::Video || output->ended || output->stamps.size() >= kStamps;
-        });
+        return interrupted_ || std::all_of(found_.begin(), found_.end(), [](const auto& output) {
+                 return output->props.major_type != PQMediaType::Video || output->ended ||
+                        output->stamps.size() >= kStamps;
+               });
       });
     }
+    if (interrupted_) failure_ = {kPlatformInterrupted, "was interrupted"};
+    opened = failure_.Ok();
   }
-  if (!failure_.Ok()) {
+  if (!opened) {
     result = Failure("does not open");
     TearDown();
     return result;
@@ -460,16 +463,20 @@ void Reader::ReadProps(Output& output) {
 
 // What the file says, except where it says nothing: then the mean distance of the first stamps, drawn to the usual rate
 // that lies within their precision of a millisecond.
-std::int64_t Reader::FramePeriod(const Output& output) const {
+std::int64_t Reader::FramePeriod(const Output& output) {
   const int numerator = GST_VIDEO_INFO_FPS_N(&output.video_info),
             denominator = GST_VIDEO_INFO_FPS_D(&output.video_info);
   const std::int64_t stated =
       numerator > 0 ? std::llround(1e7 * static_cast<double>(denominator) / static_cast<double>(numerator)) : 0;
   const bool guessed = stated == 0 || (is_asf_ && stated == kAsfGuess);
-  if (!guessed || output.stamps.size() < 2 || output.stamps.back() <= output.stamps.front()) return stated;
-  const auto steps = static_cast<std::int64_t>(output.stamps.size() - 1);
-  const std::int64_t span =
-      static_cast<std::int64_t>(output.stamps.back() - output.stamps.front()) / kNanosecondsPerUnit;
+  std::vector<GstClockTime> stamps;
+  if (guessed) {
+    const std::lock_guard lock(mutex_);
+    stamps = output.stamps;
+  }
+  if (stamps.size() < 2 || stamps.back() <= stamps.front()) return stated;
+  const auto steps = static_cast<std::int64_t>(stamps.size() - 1);
+  const std::int64_t span = static_cast<std::int64_t>(stamps.back() - stamps.front()) / kNanosecondsPerUnit;
   const std::int64_t mean = (span + steps / 2) / steps;
   const std::int64_t precision = kMillisecond / steps + 1;
   std::int64_t best = mean;
