@@ -124,11 +124,13 @@ TEST_F(PQMediaGraphTest, InterruptReleasesASender) {
   ASSERT_EQ(Build(folder.File("busy.asf"), 1280, 720), "");
   ASSERT_TRUE(graph->Run().Ok());
   std::atomic<bool> released{false};
+  std::atomic<int> sent{0};
   std::thread sender([&] {
     PQPlatformResult result;
-    for (int i = 0; i < 100000 && result.Ok(); ++i) result = Send(i % 256, 1280, 720);
+    for (int i = 0; i < 100000 && result.Ok(); ++i, ++sent) result = Send(i % 256, 1280, 720);
     released = result.code == kPlatformInterrupted;
   });
+  while (sent < 3) std::this_thread::yield();  // the encoder has begun
   std::this_thread::sleep_for(std::chrono::milliseconds(150));
   graph->Interrupt();
   sender.join();
