@@ -1,7 +1,6 @@
 #include "pantiq/platform/gst/PQGstCommon.h"
 
 #include <array>
-#include <mutex>
 #include <utility>
 
 namespace pantiq::gst {
@@ -124,15 +123,29 @@ ElementPtr MakeBin(const std::string& description, PQPlatformResult& result) {
   return owned;
 }
 
+std::mutex& SeamMutex() {
+  static auto* mutex = new std::mutex;  // never destroyed: GStreamer's threads may outlive main
+  return *mutex;
+}
+
 GstBuffer* WrapBlock(const PQPlatformBlock& block, std::shared_ptr<const void> released) {
-  // The memory is read only for the graph: whoever wants to write into it makes a copy.
   struct Holder {
     std::shared_ptr<const void> memory, released;
   };
+  const auto let_go = [](gpointer data) {
+    Holder last;
+    {
+      const std::lock_guard lock(SeamMutex());
+      auto* holder = static_cast<Holder*>(data);
+      last = std::move(*holder);
+      delete holder;
+    }
+  };
+  const std::lock_guard lock(SeamMutex());
   auto* holder = new Holder{block.keep_alive, std::move(released)};
-  GstBuffer* buffer =
-      gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, const_cast<std::uint8_t*>(block.data), block.size, 0,
-                                  block.size, holder, [](gpointer data) { delete static_cast<Holder*>(data); });
+  // The memory is read only for the graph: whoever wants to write into it makes a copy.
+  GstBuffer* buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, const_cast<std::uint8_t*>(block.data),
+                                                  block.size, 0, block.size, holder, let_go);
   GST_BUFFER_PTS(buffer) = static_cast<GstClockTime>(block.begin * kNanosecondsPerUnit);
   if (block.end > block.begin) {
     GST_BUFFER_DURATION(buffer) = static_cast<GstClockTime>((block.end - block.begin) * kNanosecondsPerUnit);

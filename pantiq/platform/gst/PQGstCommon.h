@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "pantiq/platform/PQPlatform.h"
@@ -43,6 +44,11 @@ PQPlatformResult FromError(const GError& error, const std::string& source);
 
 // A bin of the described elements with ghost pads for the free ends. Any error of the parser is a failure.
 ElementPtr MakeBin(const std::string& description, PQPlatformResult& result);
+
+// Taken for a moment by everything of ours that touches what threads of GStreamer hand to one another: buffers, their
+// memory, what hangs on them. GStreamer orders its threads well, but in ways that a thread sanitizer does not see.
+// Nothing is called under it that may let go of a buffer.
+std::mutex& SeamMutex();
 
 // A buffer over the block's own memory, which lives as long as the buffer. `released` runs when GStreamer lets go.
 GstBuffer* WrapBlock(const PQPlatformBlock& block, std::shared_ptr<const void> released);

@@ -1,7 +1,10 @@
 #include "pantiq/platform/gst/PQGstFrames.h"
 
+#include <mutex>
 #include <thread>
 #include <utility>
+
+#include "pantiq/platform/gst/PQGstCommon.h"
 
 namespace pantiq::gst {
 namespace {
@@ -40,6 +43,7 @@ GstMemory* Alloc(GstAllocator* allocator, gsize size, GstAllocationParams* param
   if (owner == nullptr || data == nullptr || (reinterpret_cast<std::uintptr_t>(data) & params->align) != 0) {
     return gst_allocator_alloc(nullptr, size, params);
   }
+  const std::lock_guard lock(SeamMutex());
   auto* memory = new FrameMemory{};
   memory->data = data;
   memory->owner = new std::shared_ptr<void>(std::move(owner));
@@ -48,7 +52,10 @@ GstMemory* Alloc(GstAllocator* allocator, gsize size, GstAllocationParams* param
 }
 
 void Free(GstAllocator*, GstMemory* memory) {
+  std::shared_ptr<void> last;
+  const std::lock_guard lock(SeamMutex());
   auto* frame = reinterpret_cast<FrameMemory*>(memory);
+  last = std::move(*frame->owner);
   delete frame->owner;
   delete frame;
 }
@@ -99,23 +106,25 @@ GstAllocator* MakeFrameAllocator(FrameSource source, const GstVideoInfo& info) {
 }
 
 std::shared_ptr<void> TakeFrameMemory(GstBuffer* buffer, const std::uint8_t*& data) {
-  if (gst_buffer_n_memory(buffer) != 1) return nullptr;
-  GstMemory* memory = gst_buffer_peek_memory(buffer, 0);
-  if (memory->allocator == nullptr || !gst_memory_is_type(memory, kMemoryType)) return nullptr;
   // The thread that brought the buffer lets go of it a moment after it can be pulled. A decoder that keeps frames to
   // predict from does not: it holds the buffer or its memory too.
-  const auto alone = [&] {
-    return g_atomic_int_get(&GST_MINI_OBJECT_REFCOUNT(buffer)) == 1 &&
-           g_atomic_int_get(&GST_MINI_OBJECT_REFCOUNT(memory)) == 1;
-  };
-  for (int look = 0; !alone(); ++look) {
-    if (look == kMostLooks) return nullptr;
+  for (int look = 0; look < kMostLooks; ++look) {
+    {
+      const std::lock_guard lock(SeamMutex());
+      if (gst_buffer_n_memory(buffer) != 1) return nullptr;
+      GstMemory* memory = gst_buffer_peek_memory(buffer, 0);
+      if (memory->allocator == nullptr || !gst_memory_is_type(memory, kMemoryType)) return nullptr;
+      if (g_atomic_int_get(&GST_MINI_OBJECT_REFCOUNT(buffer)) == 1 &&
+          g_atomic_int_get(&GST_MINI_OBJECT_REFCOUNT(memory)) == 1) {
+        // The buffer came from a pool, which shall not use this memory again.
+        GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_TAG_MEMORY);
+        data = reinterpret_cast<FrameMemory*>(memory)->data;
+        return std::move(*reinterpret_cast<FrameMemory*>(memory)->owner);
+      }
+    }
     std::this_thread::yield();
   }
-  // The buffer came from a pool, which shall not use this memory again.
-  GST_BUFFER_FLAG_SET(buffer, GST_BUFFER_FLAG_TAG_MEMORY);
-  data = reinterpret_cast<FrameMemory*>(memory)->data;
-  return std::move(*reinterpret_cast<FrameMemory*>(memory)->owner);
+  return nullptr;
 }
 
 }  // namespace pantiq::gst

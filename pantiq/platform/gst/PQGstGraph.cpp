@@ -85,9 +85,12 @@ GstPadProbeReturn OnRestamp(GstPad*, GstPadProbeInfo* info, gpointer data) {
   auto* restamp = static_cast<Restamp*>(data);
   if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM) != 0) {
     GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
-    if (GST_EVENT_TYPE(event) != GST_EVENT_SEGMENT) return GST_PAD_PROBE_OK;
-    gst_event_copy_segment(event, &restamp->segment);
-    restamp->known = true;
+    {
+      const std::lock_guard lock(SeamMutex());
+      if (GST_EVENT_TYPE(event) != GST_EVENT_SEGMENT) return GST_PAD_PROBE_OK;
+      gst_event_copy_segment(event, &restamp->segment);
+      restamp->known = true;
+    }
     GstSegment plain;
     gst_segment_init(&plain, GST_FORMAT_TIME);
     GstEvent* replaced = gst_event_new_segment(&plain);
@@ -97,16 +100,17 @@ GstPadProbeReturn OnRestamp(GstPad*, GstPadProbeInfo* info, gpointer data) {
     return GST_PAD_PROBE_OK;
   }
   GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+  GstClockTime ordered = GST_CLOCK_TIME_NONE;
   if (restamp->by_order != nullptr) {
     const std::lock_guard lock(restamp->by_order->mutex);
     auto& stamps = restamp->by_order->stamps;
     if (!stamps.empty()) {
-      GST_BUFFER_PTS(buffer) = stamps.front();
+      ordered = stamps.front();
       stamps.pop_front();
     }
-  } else {
-    GST_BUFFER_PTS(buffer) = restamp->Running(GST_BUFFER_PTS(buffer));
   }
+  const std::lock_guard lock(SeamMutex());
+  GST_BUFFER_PTS(buffer) = restamp->by_order != nullptr ? ordered : restamp->Running(GST_BUFFER_PTS(buffer));
   GST_BUFFER_DTS(buffer) = GST_BUFFER_PTS(buffer);
   GST_PAD_PROBE_INFO_DATA(info) = buffer;
   return GST_PAD_PROBE_OK;

@@ -184,9 +184,13 @@ GstBusSyncReply Reader::OnMessage(GstBus*, GstMessage* message, gpointer data) {
 // The first stamps of the decoded video, ahead of the queue.
 GstPadProbeReturn Reader::OnStamp(GstPad*, GstPadProbeInfo* info, gpointer data) {
   auto* output = static_cast<Output*>(data);
+  GstClockTime stamp = GST_CLOCK_TIME_NONE;
+  {
+    const std::lock_guard lock(SeamMutex());
+    stamp = GST_BUFFER_PTS(GST_PAD_PROBE_INFO_BUFFER(info));
+  }
   const std::lock_guard lock(output->reader->mutex_);
-  const GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
-  if (GST_BUFFER_PTS_IS_VALID(buffer)) output->stamps.push_back(GST_BUFFER_PTS(buffer));
+  if (GST_CLOCK_TIME_IS_VALID(stamp)) output->stamps.push_back(stamp);
   output->reader->changed_.notify_all();
   return output->stamps.size() < kStamps ? GST_PAD_PROBE_OK : GST_PAD_PROBE_REMOVE;
 }
@@ -586,17 +590,21 @@ void Reader::Deliver(Output& output, SamplePtr sample) {
   }
 
   std::int64_t time = 0, duration = 0;
-  if (GST_BUFFER_PTS_IS_VALID(buffer)) {
-    const guint64 stream =
-        gst_segment_to_stream_time(gst_sample_get_segment(sample.get()), GST_FORMAT_TIME, GST_BUFFER_PTS(buffer));
-    if (GST_CLOCK_TIME_IS_VALID(stream)) time = static_cast<std::int64_t>(stream) / kNanosecondsPerUnit;
+  unsigned flags = 0;
+  {
+    const std::lock_guard lock(SeamMutex());
+    if (GST_BUFFER_PTS_IS_VALID(buffer)) {
+      const guint64 stream =
+          gst_segment_to_stream_time(gst_sample_get_segment(sample.get()), GST_FORMAT_TIME, GST_BUFFER_PTS(buffer));
+      if (GST_CLOCK_TIME_IS_VALID(stream)) time = static_cast<std::int64_t>(stream) / kNanosecondsPerUnit;
+    }
+    if (GST_BUFFER_DURATION_IS_VALID(buffer)) {
+      duration = static_cast<std::int64_t>(GST_BUFFER_DURATION(buffer)) / kNanosecondsPerUnit;
+    } else if (is_video) {
+      duration = props.time_per_frame;
+    }
+    flags = GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DISCONT) ? 1u : 0u;
   }
-  if (GST_BUFFER_DURATION_IS_VALID(buffer)) {
-    duration = static_cast<std::int64_t>(GST_BUFFER_DURATION(buffer)) / kNanosecondsPerUnit;
-  } else if (is_video) {
-    duration = props.time_per_frame;
-  }
-  const unsigned flags = GST_BUFFER_FLAG_IS_SET(buffer, GST_BUFFER_FLAG_DISCONT) ? 1u : 0u;
 
   // The mapped buffer lives until the last holder of the block lets go, on whatever thread.
   struct Mapped {
