@@ -5,8 +5,6 @@
 // pointers (null: -8), then the region (width or height below 1: -6), then steps (below 1: -14), and touches nothing
 // when it refuses. Sources and destination are either apart or, for the kernels of two images and of one pixel at a
 // time, exactly the same memory. Steps are in bytes, regions in pixels.
-//
-// ippiColorTwist32f_8u_C3IR belongs to the family of the twists and comes with it.
 #pragma once
 
 #include <cstddef>
@@ -67,6 +65,13 @@ PQ_EXPORT IppStatus ippiAbsDiff_8u_C1R PQ_PARAMS_Two;      // |src1 - src2|
 PQ_EXPORT IppStatus ippiAnd_8u_C3IR PQ_PARAMS_TwoInPlace;  // srcDst = srcDst and src
 PQ_EXPORT IppStatus ippiOr_8u_C3IR PQ_PARAMS_TwoInPlace;   // srcDst = srcDst or src
 PQ_EXPORT IppStatus ippiNot_8u_C3IR PQ_PARAMS_InPlace;     // 255 - srcDst
+
+// ---- Point operations.
+
+// The colour twist of ippiColorTwist32f_8u_C3R in place: the manual is PQPoint.h.
+PQ_EXPORT IppStatus ippiColorTwist32f_8u_C3IR PQ_PARAMS_TwistInPlace;
+// Counts samples between given levels, channel by channel: the manual is PQPoint.h.
+PQ_EXPORT IppStatus ippiHistogramRange_8u_C3R PQ_PARAMS_HistogramRange;
 
 // ---- Vectors.
 
