@@ -15,7 +15,8 @@ namespace pantiq {
 using IppStatus = int;
 
 inline constexpr IppStatus ippStsNoErr = 0;
-inline constexpr IppStatus ippStsWrongIntersectROI = 29;       // resize: the rectangle does not meet the image
+inline constexpr IppStatus ippStsWrongIntersectROI = 29;       // geometry: the rectangle does not meet the image
+inline constexpr IppStatus ippStsWrongIntersectQuad = 30;      // warps: no pixel of the destination lies in the quadrangle
 inline constexpr IppStatus ippStsCpuNotSupported = 36;         // cache query: the processor does not tell
 inline constexpr IppStatus ippStsCacheNotFound = 37;           // cache query: no known descriptor
 inline constexpr IppStatus ippStsSizeErr = -6;                 // a width, height or length below 1
@@ -29,7 +30,8 @@ inline constexpr IppStatus ippStsResizeFactorErr = -23;        // a resize facto
 inline constexpr IppStatus ippStsMaskSizeErr = -33;            // a mask size or code that the kernel does not take
 inline constexpr IppStatus ippStsAnchorErr = -34;              // the anchor lies outside the mask
 inline constexpr IppStatus ippStsStrideErr = -37;              // erode, dilate: a step too small for a row
-inline constexpr IppStatus ippStsRectErr = -57;                // warp transforms: an empty rectangle
+inline constexpr IppStatus ippStsCoeffErr = -56;               // warps: coefficients that map nothing onto the destination
+inline constexpr IppStatus ippStsRectErr = -57;                // warps: a rectangle narrower or lower than two pixels
 inline constexpr IppStatus ippStsQuadErr = -58;                // warp transforms: a degenerate quadrangle
 inline constexpr IppStatus ippStsZeroMaskValuesErr = -59;      // erode, dilate: a mask of zeros only
 inline constexpr IppStatus ippStsChannelOrderErr = -60;        // a channel number other than 0, 1, 2
