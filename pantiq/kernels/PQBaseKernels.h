@@ -73,6 +73,12 @@ PQ_EXPORT IppStatus ippiColorTwist32f_8u_C3IR PQ_PARAMS_TwistInPlace;
 // Counts samples between given levels, channel by channel: the manual is PQPoint.h.
 PQ_EXPORT IppStatus ippiHistogramRange_8u_C3R PQ_PARAMS_HistogramRange;
 
+// ---- Medians in one line.
+
+// Median of 3 or 5 pixels in a row (codes 31, 51) or in a column (codes 13, 15): the manual is PQBoxRank.h.
+PQ_EXPORT IppStatus ippiFilterMedianHoriz_8u_C3R PQ_PARAMS_ImageCode;
+PQ_EXPORT IppStatus ippiFilterMedianVert_8u_C3R PQ_PARAMS_ImageCode;
+
 // ---- Vectors.
 
 // length integers to 64-bit floats, exactly. Null: -8; length below 1: -6.

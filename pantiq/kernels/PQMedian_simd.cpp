@@ -1,0 +1,249 @@
+// Medians by networks of minima and maxima: lines, cross, 3 x 3, 5 x 5; one source for a6, w7 and t7.
+#include "pantiq/kernels/PQWindowVec.h"
+
+namespace pantiq {
+namespace PQ_TARGET {
+namespace {
+
+PQ_INLINE void Order2(V& a, V& b) {
+  const V low = Min8(a, b);
+  b = Max8(a, b);
+  a = low;
+}
+PQ_INLINE V Median3(V a, V b, V c) { return Max8(Min8(a, b), Min8(Max8(a, b), c)); }
+PQ_INLINE V Median5(V a, V b, V c, V d, V e) {
+  Order2(a, b);
+  Order2(c, d);
+  return Median3(Max8(a, c), Min8(b, d), e);
+}
+PQ_INLINE void Sort3(V& a, V& b, V& c) {
+  Order2(b, c);
+  const V high = Max8(a, b);
+  a = Min8(a, b);
+  b = Min8(high, c);
+  c = Max8(high, c);
+}
+PQ_INLINE void Sort5(V& a, V& b, V& c, V& d, V& e) {
+  Order2(a, b);
+  Order2(d, e);
+  Order2(c, e);
+  Order2(c, d);
+  Order2(b, e);
+  Order2(a, d);
+  Order2(a, c);
+  Order2(b, d);
+  Order2(b, c);
+}
+
+// Calls f(samples) for the vectors of every row and stores what it gives.
+template <class F>
+PQ_INLINE void ForVectors(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi, F f) {
+  for (int y = 0; y < roi.height; ++y) {
+    const u8* in = RowAt(src, src_step, y);
+    u8* out = RowAt(dst, dst_step, y);
+    WalkOver(
+        std::ptrdiff_t{roi.width} * 3,
+        kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) { Store(out + i, f(in + i)); });
+  }
+}
+
+// Three or five samples at a distance of `pitch` bytes.
+void MedianLine(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi, std::ptrdiff_t pitch, int count) {
+  if (count == 3) {
+    ForVectors(
+        src, src_step, dst, dst_step, roi, [=](const u8* p) __attribute__((always_inline)) {
+          return Median3(Load(p - pitch), Load(p), Load(p + pitch));
+        });
+  } else {
+    ForVectors(
+        src, src_step, dst, dst_step, roi, [=](const u8* p) __attribute__((always_inline)) {
+          return Median5(Load(p - 2 * pitch), Load(p - pitch), Load(p), Load(p + pitch), Load(p + 2 * pitch));
+        });
+  }
+}
+
+void Cross33(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) {
+  const std::ptrdiff_t step = src_step;
+  ForVectors(
+      src, src_step, dst, dst_step, roi, [=](const u8* p) __attribute__((always_inline)) {
+        return Median5(Load(p - step), Load(p + step), Load(p - 3), Load(p + 3), Load(p));
+      });
+}
+
+void Cross55(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) {
+  const std::ptrdiff_t step = src_step;
+  ForVectors(
+      src, src_step, dst, dst_step, roi, [=](const u8* p) __attribute__((always_inline)) {
+        V a = Load(p - 2 * step), b = Load(p - step), c = Load(p - 6), d = Load(p - 3), e = Load(p), f = Load(p + 3),
+          g = Load(p + 6), h = Load(p + step), i = Load(p + 2 * step);
+        Sort3(a, b, c);
+        Sort3(d, e, f);
+        Sort3(g, h, i);
+        return Median3(Max8(Max8(a, d), g), Median3(b, e, h), Min8(Min8(c, f), i));
+      });
+}
+
+constexpr std::ptrdiff_t kStrip = 3072;  // bytes of a strip; sorted columns of a strip stay in the first cache
+
+// Cuts rows of n bytes into strips of one width, the last of which overlaps; n is a vector at least.
+PQ_INLINE std::ptrdiff_t StripWidth(std::ptrdiff_t n) {
+  const std::ptrdiff_t strips = (n + kStrip - 1) / kStrip, width = RoundUp((n + strips - 1) / strips, 64);
+  return width < n ? width : n;
+}
+
+// Sorted columns of three; two output rows share the order of their common rows.
+void Median33(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) {
+  const std::ptrdiff_t row_bytes = std::ptrdiff_t{roi.width} * 3, n = StripWidth(row_bytes);
+  constexpr std::ptrdiff_t kPitch = kStrip + 128;
+  alignas(64) u8 sorted[2][3][kPitch];
+  for (std::ptrdiff_t x = 0; x < row_bytes; x += n) {
+    if (x + n > row_bytes) x = row_bytes - n;
+    for (int y = 0; y < roi.height; y += 2) {
+      const bool two = y + 1 < roi.height;
+      const u8 *a = RowAt(src, src_step, std::ptrdiff_t{y} - 1) + x - 3, *b = a + src_step, *c = b + src_step,
+               *d = two ? c + src_step : c;
+      WalkOver(
+          n + 6, kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
+            V low = Load(b + i), high = Load(c + i);
+            Order2(low, high);
+            const V above = Load(a + i), below = Load(d + i);
+            V more = Max8(low, above);
+            Store(sorted[0][0] + i, Min8(low, above));
+            Store(sorted[0][1] + i, Min8(more, high));
+            Store(sorted[0][2] + i, Max8(more, high));
+            more = Max8(low, below);
+            Store(sorted[1][0] + i, Min8(low, below));
+            Store(sorted[1][1] + i, Min8(more, high));
+            Store(sorted[1][2] + i, Max8(more, high));
+          });
+      for (int k = 0; k <= (two ? 1 : 0); ++k) {
+        const u8 *low = sorted[k][0], *middle = sorted[k][1], *high = sorted[k][2];
+        u8* out = RowAt(dst, dst_step, std::ptrdiff_t{y} + k) + x;
+        WalkOver(
+            n, kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
+              Store(out + i, Median3(Max8(Max8(Load(low + i), Load(low + i + 3)), Load(low + i + 6)),
+                                     Median3(Load(middle + i), Load(middle + i + 3), Load(middle + i + 6)),
+                                     Min8(Min8(Load(high + i), Load(high + i + 3)), Load(high + i + 6))));
+            });
+      }
+    }
+  }
+}
+
+// The median of 13 by dropping the least and the greatest of the first 8, then of 7 with one more ..., pairwise.
+PQ_INLINE V Median13(const V (&value)[13]) {
+  V kept[8];
+#pragma GCC unroll 8
+  for (int j = 0; j < 8; ++j) kept[j] = value[j];
+#pragma GCC unroll 8
+  for (int size = 8; size >= 3; --size) {
+#pragma GCC unroll 8
+    for (int j = 0; j + 1 < size; j += 2) Order2(kept[j], kept[j + 1]);
+#pragma GCC unroll 8
+    for (int j = 2; j < size; j += 2) Order2(kept[0], kept[j]);
+#pragma GCC unroll 8
+    for (int j = 1; j < size - 1; j += 2) Order2(kept[j], kept[size - 1]);
+    kept[0] = size > 3 ? value[16 - size] : kept[size - 2];
+  }
+  return Max8(kept[0], kept[1]);
+}
+
+// Columns of five sorted, then the ranks of the five columns sorted across: in a matrix that is ascending both ways the
+// median is among the 13 cells around the falling diagonal, and it is their median.
+void Median55(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) {
+  const std::ptrdiff_t row_bytes = std::ptrdiff_t{roi.width} * 3, n = StripWidth(row_bytes);
+  constexpr std::ptrdiff_t kPitch = kStrip + 128;
+  alignas(64) u8 sorted[5][kPitch];
+  for (std::ptrdiff_t x = 0; x < row_bytes; x += n) {
+    if (x + n > row_bytes) x = row_bytes - n;
+    for (int y = 0; y < roi.height; ++y) {
+      const u8* in = RowAt(src, src_step, std::ptrdiff_t{y} - 2) + x - 6;
+      const std::ptrdiff_t step = src_step;
+      WalkOver(
+          n + 12, kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
+            const u8* p = in + i;
+            V a = Load(p), b = Load(p + step), c = Load(p + 2 * step), d = Load(p + 3 * step), e = Load(p + 4 * step);
+            Sort5(a, b, c, d, e);
+            Store(sorted[0] + i, a);
+            Store(sorted[1] + i, b);
+            Store(sorted[2] + i, c);
+            Store(sorted[3] + i, d);
+            Store(sorted[4] + i, e);
+          });
+      u8* out = RowAt(dst, dst_step, y) + x;
+      WalkOver(
+          n, kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
+            V m[5][5];
+#pragma GCC unroll 5
+            for (int r = 0; r < 5; ++r) {
+              const u8* p = sorted[r] + i;
+#pragma GCC unroll 5
+              for (int c = 0; c < 5; ++c) m[r][c] = Load(p + 3 * c);
+              Sort5(m[r][0], m[r][1], m[r][2], m[r][3], m[r][4]);
+            }
+            const V middle[13] = {m[0][3], m[0][4], m[1][2], m[1][3], m[1][4], m[2][1], m[2][2],
+                                  m[2][3], m[3][0], m[3][1], m[3][2], m[4][0], m[4][1]};
+            Store(out + i, Median13(middle));
+          });
+    }
+  }
+}
+
+}  // namespace
+}  // namespace PQ_TARGET
+
+IppStatus PQ_VARIANT(ippiFilterMedian_8u_C3R)(const std::uint8_t* src, int srcStep, std::uint8_t* dst, int dstStep,
+                                              IppiSize roi, IppiSize mask, TPoint anchor) {
+  using namespace PQ_TARGET;
+  if (const IppStatus status = PQCheckRank(src, srcStep, dst, dstStep, roi, mask, anchor, true)) return status;
+  const int w = mask.width, h = mask.height;
+  const bool line = (w == 1 && (h == 3 || h == 5)) || (h == 1 && (w == 3 || w == 5));
+  const bool square = w == h && (w == 3 || w == 5), one = w == 1 && h == 1;
+  const bool narrow = line || square ? IsNarrow(roi) : roi.width < kV;
+  if (!one && (narrow || (!line && !square && !TakesMedianWindow(mask)))) {
+    return _px_ippiFilterMedian_8u_C3R(src, srcStep, dst, dstStep, roi, mask, anchor);
+  }
+  src = PQCentred(src, srcStep, mask, anchor);
+  if (one) return PQ_VARIANT(ippiCopy_8u_C3R)(src, srcStep, dst, dstStep, roi);
+  if (line) {
+    MedianLine(src, srcStep, dst, dstStep, roi, h == 1 ? 3 : srcStep, h == 1 ? w : h);
+  } else if (square && w == 3) {
+    Median33(src, srcStep, dst, dstStep, roi);
+  } else if (square) {
+    Median55(src, srcStep, dst, dstStep, roi);
+  } else {
+    src -= std::ptrdiff_t{w / 2} * 3 + std::ptrdiff_t{srcStep} * (h / 2);
+    return MedianWindow(src, srcStep, dst, dstStep, roi, mask);
+  }
+  return ippStsNoErr;
+}
+
+IppStatus PQ_VARIANT(ippiFilterMedianHoriz_8u_C3R)(const std::uint8_t* src, int srcStep, std::uint8_t* dst, int dstStep,
+                                                   IppiSize roi, int maskCode) {
+  if (const IppStatus status = PQCheckRankCode(src, srcStep, dst, dstStep, roi, maskCode, 31, 51)) return status;
+  if (PQ_TARGET::IsNarrow(roi)) return _px_ippiFilterMedianHoriz_8u_C3R(src, srcStep, dst, dstStep, roi, maskCode);
+  PQ_TARGET::MedianLine(src, srcStep, dst, dstStep, roi, 3, maskCode / 10);
+  return ippStsNoErr;
+}
+
+IppStatus PQ_VARIANT(ippiFilterMedianVert_8u_C3R)(const std::uint8_t* src, int srcStep, std::uint8_t* dst, int dstStep,
+                                                  IppiSize roi, int maskCode) {
+  if (const IppStatus status = PQCheckRankCode(src, srcStep, dst, dstStep, roi, maskCode, 13, 15)) return status;
+  if (PQ_TARGET::IsNarrow(roi)) return _px_ippiFilterMedianVert_8u_C3R(src, srcStep, dst, dstStep, roi, maskCode);
+  PQ_TARGET::MedianLine(src, srcStep, dst, dstStep, roi, srcStep, maskCode % 10);
+  return ippStsNoErr;
+}
+
+IppStatus PQ_VARIANT(ippiFilterMedianCross_8u_C3R)(const std::uint8_t* src, int srcStep, std::uint8_t* dst, int dstStep,
+                                                   IppiSize roi, int maskCode) {
+  if (const IppStatus status = PQCheckRankCode(src, srcStep, dst, dstStep, roi, maskCode, 33, 55)) return status;
+  if (PQ_TARGET::IsNarrow(roi)) return _px_ippiFilterMedianCross_8u_C3R(src, srcStep, dst, dstStep, roi, maskCode);
+  if (maskCode == 33) {
+    PQ_TARGET::Cross33(src, srcStep, dst, dstStep, roi);
+  } else {
+    PQ_TARGET::Cross55(src, srcStep, dst, dstStep, roi);
+  }
+  return ippStsNoErr;
+}
+
+}  // namespace pantiq
