@@ -176,6 +176,23 @@ void TPQCommonROIFilter::ReclaculateRoiAndOffset(IppiSize& size, const std::uint
   size = {width, height};
 }
 
+void TPQCommonROIFilter::CopyRim(const IPQImageBuffer& in, std::uint8_t* written, const std::uint8_t* destination,
+                                 IppiSize roi) {
+  const std::uint8_t* const first = in.Read();
+  const std::ptrdiff_t step = in.GetStep(), offset = destination - written;
+  const std::ptrdiff_t top = offset / step, left = offset % step;
+  const std::ptrdiff_t bottom = top + roi.height, right = left + std::ptrdiff_t{roi.width} * in.GetPixelSize();
+  const auto copy = [&](std::ptrdiff_t from, std::ptrdiff_t to) {
+    if (to > from) std::memcpy(written + from, first + from, static_cast<std::size_t>(to - from));
+  };
+  copy(0, top * step);
+  for (std::ptrdiff_t y = top; y < bottom; ++y) {
+    copy(y * step, y * step + left);
+    copy(y * step + right, (y + 1) * step);
+  }
+  copy(bottom * step, std::ptrdiff_t{in.GetHeight()} * step);
+}
+
 // --- TPQCommonROISizeFilter -----------------------------------------------------------------------------------------
 
 const PQClassInfo& TPQCommonROISizeFilter::Class() {
@@ -302,20 +319,7 @@ void TPQCommonROIMatrixFilterIntermidiate::FilterInternalOperation(const PQImage
     out->Assign(*in);
     return;
   }
-  if (!GetPreserveBufferData()) return;
-  // The rim: rows above and below, and what stands left and right of the roi.
-  const std::ptrdiff_t offset = destination - written;
-  const std::ptrdiff_t top = offset / step, left = offset % step;
-  const std::ptrdiff_t bottom = top + roi.height, right = left + std::ptrdiff_t{roi.width} * in->GetPixelSize();
-  const auto copy = [&](std::ptrdiff_t from, std::ptrdiff_t to) {
-    if (to > from) std::memcpy(written + from, first + from, static_cast<std::size_t>(to - from));
-  };
-  copy(0, top * step);
-  for (std::ptrdiff_t y = top; y < bottom; ++y) {
-    copy(y * step, y * step + left);
-    copy(y * step + right, (y + 1) * step);
-  }
-  copy(bottom * step, std::ptrdiff_t{in->GetHeight()} * step);
+  if (GetPreserveBufferData()) CopyRim(*in, written, destination, roi);
 }
 
 }  // namespace pantiq

@@ -112,6 +112,9 @@ class PQ_EXPORT TPQCommonROIFilter : public TPQCommonFilter {
   // becomes empty, leaves the pointers and gives a roi of 0 by 0.
   void ReclaculateRoiAndOffset(IppiSize& size, const std::uint8_t*& source, const IPQImageBuffer& buffer,
                                std::uint8_t*& destination) override;
+  // Copies what lies outside the roi. `written` is the first pixel of an output of the size of `in`, `destination` the roi's
+  // first pixel in it.
+  static void CopyRim(const IPQImageBuffer& in, std::uint8_t* written, const std::uint8_t* destination, IppiSize roi);
 
  private:
   TPQRectRegion region_;

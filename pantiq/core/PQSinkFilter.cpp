@@ -52,7 +52,8 @@ void TPQSinkFilter::IntStart(std::int32_t, std::int32_t) {}
 void TPQSinkFilter::SendStop(TJCStopOperation&) { NotifyOutputs(*PQMakeRef<TJCStopOperation>()); }
 
 void TPQSinkFilter::NotifyOutputs(IJCNotifyOperation& op, TJCNotifyFlags flags) {
-  for (TJCPin* pin : OutputPins.Pins()) pin->Notify(op, flags);
+  const auto pins = OutputPins.Pins();
+  for (auto pin = pins.rbegin(); pin != pins.rend(); ++pin) (*pin)->Notify(op, flags);
 }
 
 }  // namespace pantiq

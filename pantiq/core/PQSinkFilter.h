@@ -34,10 +34,20 @@ class PQ_EXPORT TPQSinkFilter : public TComponent {
   // One frame.
   virtual void ProcessImage(PQImageRef buffer) = 0;
   // Sends the start of the subclass's kind on each output.
-  virtual void SendStart(const TJCStartFrameOperation& start) = 0;
+  virtual void SendStart(TJCStartFrameOperation& start) = 0;
   // Sends a new stop on each output.
   virtual void SendStop(TJCStopOperation& op);
+  // On each output, from the last to the first.
   void NotifyOutputs(IJCNotifyOperation& op, TJCNotifyFlags flags = {});
+  // Makes one more output, for constructors. OutputPins owns it.
+  template <class Pin>
+  Pin& AddOutput() {
+    auto* const pin = new Pin(*this, JCDispatch::To<&TPQSinkFilter::SourceDispatch>(this));
+    pin->AddShareLock(lock_);
+    pin->FunctionSinkPins.Add(InputPin, false);
+    OutputPins.Add(*pin);
+    return *pin;
+  }
   void BeforeDestruction() override;
   const TJCObject& Lock() const { return lock_; }
 

@@ -246,7 +246,7 @@ class Counter final : public TPQSinkFilter {
   void IntStart(std::int32_t width, std::int32_t) override { log += "start " + std::to_string(width) + ";"; }
   void IntStop() override { log += "stop;"; }
   void ProcessImage(PQImageRef buffer) override { log += "frame " + std::to_string(buffer->GetWidth()) + ";"; }
-  void SendStart(const TJCStartFrameOperation&) override { NotifyOutputs(*PQMakeRef<TJCStartIntensityOperation>(256, 1.0)); }
+  void SendStart(TJCStartFrameOperation&) override { NotifyOutputs(*PQMakeRef<TJCStartIntensityOperation>(256, 1.0)); }
 };
 
 TEST(PQSinkFilter, FollowsItsForm) {

@@ -2,25 +2,10 @@
 
 #include "pantiq/filters/PQCrop.h"
 #include "pantiq/filters/PQMirror.h"
-#include "tests/core/TestComponents.h"
+#include "tests/filters/Chain.h"
 
 namespace pantiq {
 namespace {
-
-template <class Filter>
-struct Chain {
-  TestSource source;
-  Filter filter;
-  TestSink sink;
-  Chain() {
-    EXPECT_TRUE(source.OutputPin.Connect(filter.InputPin).Ok());
-    EXPECT_TRUE(filter.OutputPin.Connect(sink.InputPin).Ok());
-  }
-  PQImageRef Send(PQImageRef frame) {
-    source.OutputPin.SubmitBuffer(std::move(frame));
-    return sink.last;
-  }
-};
 
 void SetRegion(TPQCrop& crop, int left, int top, int width, int height) {
   crop.GetRegion().Set({false, static_cast<std::uint16_t>(left), static_cast<std::uint16_t>(top),
