@@ -2,7 +2,7 @@
 //
 // The rows of the mask are cut into runs of set cells. For every length of run that occurs, the extreme of that many
 // neighbours is found once for a source row, from that of a shorter length, and kept in a ring of rows; an output row
-// is the extreme of one shifted row a run. Wide pictures are walked in strips whose rings fit the first-level cache.
+// is the extreme of one shifted row a run. Wide pictures are walked in strips whose rings stay in near caches.
 #include "pantiq/kernels/PQMorphology.h"
 #include "pantiq/kernels/PQVec.h"
 
@@ -115,7 +115,7 @@ void ExtremeOfRows(const u8* const* rows, Size k, u8* dst, Size n) {
 constexpr int kMostParts = 6;
 constexpr int kGrowth = 4;
 // Bytes that all rings of a strip should not pass, and a strip's least width.
-constexpr Size kCache = 24576, kLeastStrip = 512;
+constexpr Size kCache = 65536, kLeastStrip = 512;
 
 // A run of set cells: row and first column in the mask, and the place of its length among the plan's.
 struct Run {
