@@ -86,7 +86,14 @@ TEST_F(EveryClass, ReadsItsDefaultsTakesValuesAndSurvivesBothStreams) {
     PQOwned<TComponent> fresh = PQCreateComponent(info->Name());
     ASSERT_TRUE(fresh);
     EXPECT_EQ(&fresh->ClassInfo(), info);
-    EXPECT_EQ(PQWriteText(*fresh), "") << "what equals its default is not written";
+    // What equals its default is not written; a drawn mask has none.
+    EXPECT_EQ(PQWriteText(*fresh),
+              info->Name() == "TPQMorphFilter" ? "MorphShape.MatrixData = (9 0 0 0 0 0 0 0 0 0)\n" : "");
+    Walk(*fresh, nullptr, "", [&](TPersistent& object, const PQProperty& p, const std::string& path) {
+      if (IsSimple(p) && p.stored && p.kind != PQKind::List) {
+        EXPECT_EQ(p.get(object), p.default_value) << path << " reads its default";
+      }
+    });
 
     PQOwned<TComponent> changed = PQCreateComponent(info->Name());
     std::set<std::string> names;
@@ -101,8 +108,9 @@ TEST_F(EveryClass, ReadsItsDefaultsTakesValuesAndSurvivesBothStreams) {
         EXPECT_EQ(pin->GetPinType(), p.pin_role);
       }
       if (!IsSimple(p)) return;
-      EXPECT_EQ(p.get(object), p.default_value) << "reads its default";
-      EXPECT_FALSE(PQSetProperty(object, p, PQValue(PQValue::List{})).Ok()) << "a value of another kind";
+      const PQValue other_kind = p.kind == PQKind::List ? PQValue(1.5) : PQValue(PQValue::List{});
+      EXPECT_FALSE(PQSetProperty(object, p, other_kind).Ok()) << "a value of another kind";
+      if (!p.stored) return;  // takes what older streams hold, in a form of its own
       PQValue parsed;
       if (p.kind != PQKind::String) {
         const PQStatus status = PQParseValue(p, "no such word", parsed);
