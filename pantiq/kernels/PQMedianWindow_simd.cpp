@@ -1,8 +1,9 @@
-// Medians of larger windows: one source for a6, w7 and t7. A window's median is the number of thresholds t from 1 to
-// 255 for which at least half of its samples are t or more, and for one t these counts are a box sum: down the columns
-// one row enters and one leaves, across sums are added from shorter ones. So each threshold costs the same whatever the
-// mask's area. Thresholds are tried by bisection on tiles of one channel: where all windows of a tile agree, a whole
-// range is settled at once; a tile of ordinary pictures has some ten or twenty different medians.
+// Medians of windows of up to 255 samples and 15 columns: one source for a6, w7 and t7. On tiles of one channel.
+//
+// The upper four bits of the medians: a window's median is t or more if at least half of its samples are, and for one t
+// these counts are a box sum: down the columns one row enters and one leaves, across sums are added from shorter ones.
+// The multiples of 16 are tried by bisection; where all windows of a tile agree, a whole range is settled at once.
+// The lower four bits: one after the other, by counting each window's samples that are not below the candidate.
 #include "pantiq/kernels/PQWindowVec.h"
 
 namespace pantiq {
@@ -23,6 +24,8 @@ PQ_INLINE Set Either(Set a, Set b) { return a | b; }
 PQ_INLINE Set Without(Set a, Set b) { return a & ~b; }
 PQ_INLINE bool IsEmpty(Set a) { return a == 0; }
 PQ_INLINE V ThresholdOf(int t) { return Set8(t); }
+PQ_INLINE V ThresholdsOf(V t) { return t; }
+PQ_INLINE V Where(Set s, V a, V b) { return _mm512_mask_blend_epi8(s, b, a); }
 PQ_INLINE V AddIfNotBelow(V count, V samples, V t) {
   return _mm512_mask_sub_epi8(count, _mm512_cmpge_epu8_mask(samples, t), count, Set8(-1));
 }
@@ -30,9 +33,6 @@ PQ_INLINE V SubIfNotBelow(V count, V samples, V t) {
   return _mm512_mask_add_epi8(count, _mm512_cmpge_epu8_mask(samples, t), count, Set8(-1));
 }
 PQ_INLINE Set NotBelow8(V count, V rank) { return _mm512_cmpge_epu8_mask(count, rank); }
-PQ_INLINE Set NotBelow16(V count0, V count1, V rank) {
-  return _mm512_kunpackd(_mm512_cmpge_epu16_mask(count1, rank), _mm512_cmpge_epu16_mask(count0, rank));
-}
 PQ_INLINE V CountSet(V a, Set s) { return _mm512_mask_sub_epi8(a, s, a, Set8(-1)); }
 #else
 using Set = V;
@@ -49,24 +49,19 @@ PQ_INLINE Set Either(Set a, Set b) { return Or(a, b); }
 PQ_INLINE Set Without(Set a, Set b) { return _mm256_andnot_si256(b, a); }
 PQ_INLINE bool IsEmpty(Set a) { return _mm256_testz_si256(a, a) != 0; }
 PQ_INLINE V ThresholdOf(int t) { return Set8((t - 1) ^ kBias); }
+PQ_INLINE V ThresholdsOf(V t) { return Xor(Add8(t, Set8(-1)), Set8(kBias)); }
+PQ_INLINE V Where(Set s, V a, V b) { return _mm256_blendv_epi8(b, a, s); }
 PQ_INLINE V AddIfNotBelow(V count, V samples, V t) { return _mm256_sub_epi8(count, _mm256_cmpgt_epi8(samples, t)); }
 PQ_INLINE V SubIfNotBelow(V count, V samples, V t) { return _mm256_add_epi8(count, _mm256_cmpgt_epi8(samples, t)); }
 PQ_INLINE Set NotBelow8(V count, V rank) { return _mm256_cmpeq_epi8(_mm256_max_epu8(count, rank), count); }
-PQ_INLINE Set NotBelow16(V count0, V count1, V rank) {  // counts stay below 32768
-  const V below = _mm256_packs_epi16(_mm256_cmpgt_epi16(rank, count0), _mm256_cmpgt_epi16(rank, count1));
-  return _mm256_xor_si256(_mm256_permute4x64_epi64(below, 0xD8), Set8(-1));
-}
 PQ_INLINE V CountSet(V a, Set s) { return _mm256_sub_epi8(a, s); }
 #endif
 
 // ---- one tile ------------------------------------------------------------------------------------------------------
 
-// How a window's width is put together: from `parts` sums of `part` columns (8 bits), in larger windows by way of sums
-// of `group` parts (16 bits).
+// How a window's width is put together: from `parts` sums of `part` columns and `rest` single ones.
 struct Split {
-  bool bytes;  // the whole count fits 8 bits
   int part, parts, rest;
-  int group, groups, parts_left;
 };
 
 struct Tile {
@@ -75,23 +70,24 @@ struct Tile {
   std::ptrdiff_t height;       // output rows
   int mask_height;
   int rank;
-  Split split;
   const u8* plane;         // height + mask_height - 1 rows
   u8* levels;              // height rows of `pitch`: thresholds passed so far
   u8 *counts, *part_sums;  // a row each
-  u16* group_sums;
 };
 
 struct Verdict {
   bool any, all;
 };
 
-// Calls f(x, in) for the vectors of a row of outputs, `in` the bytes that count.
+// Calls f(place, in) for the vectors of all rows of outputs, `in` the bytes that count.
 template <class F>
 PQ_INLINE void ForOutputs(const Tile& tile, F f) {
-  std::ptrdiff_t x = 0;
-  for (; x + kV <= tile.width; x += kV) f(x, AllBytes());
-  if (x < tile.width) f(x, FirstOf(tile.width - x));
+  const std::ptrdiff_t whole = tile.width / kV * kV;
+  const Set rest = FirstOf(tile.width - whole);
+  for (std::ptrdiff_t row = 0; row < tile.height * tile.pitch; row += tile.pitch) {
+    for (std::ptrdiff_t x = 0; x < whole; x += kV) f(row + x, AllBytes());
+    if (whole < tile.width) f(row + whole, rest);
+  }
 }
 
 template <int kParts>
@@ -104,91 +100,52 @@ PQ_INLINE void SumParts(const u8* in, u8* out, std::ptrdiff_t n) {
   }
 }
 
-PQ_INLINE void SumParts(const u8* in, u8* out, std::ptrdiff_t n, int parts) {
-  for (std::ptrdiff_t x = 0; x < n; x += kV) {
-    V sum = Load(in + x);
-    for (int k = 1; k < parts; ++k) sum = Add8(sum, Load(in + x + k));
-    Store(out + x, sum);
-  }
-}
-
-// Adds 1 to the level of each pixel whose median is t or more. kParts 0: counts of 16 bits.
+// Adds 1 to the level of each pixel whose median is t or more. Each pass goes through the
+// whole tile before the next one reads what it has stored.
 template <int kPart, int kParts, int kRest>
 Verdict Try(const Tile& tile, int t) {
   const V threshold = ThresholdOf(t);
-  const Split& split = tile.split;
-  __builtin_memset(tile.counts, 0, static_cast<std::size_t>(tile.wide));
-  for (int y = 0; y + 1 < tile.mask_height; ++y) {
-    const u8* entering = tile.plane + y * tile.pitch;
-    for (std::ptrdiff_t x = 0; x < tile.wide; x += kV) {
-      Store(tile.counts + x, AddIfNotBelow(Load(tile.counts + x), Load(entering + x), threshold));
+  const std::ptrdiff_t pitch = tile.pitch, all = tile.height * pitch;
+  for (std::ptrdiff_t x = 0; x < tile.wide; x += kV) {
+    const u8 *entering = tile.plane + x, *leaving = tile.plane + x;
+    u8* counts = tile.counts + x;
+    V count = Zero();
+    for (int y = 0; y + 1 < tile.mask_height; ++y, entering += pitch) {
+      count = AddIfNotBelow(count, Load(entering), threshold);
+    }
+    for (std::ptrdiff_t y = 0; y < tile.height; ++y, entering += pitch, leaving += pitch, counts += pitch) {
+      count = AddIfNotBelow(count, Load(entering), threshold);
+      Store(counts, count);
+      count = SubIfNotBelow(count, Load(leaving), threshold);
     }
   }
   Set any = NoBytes(), missing = NoBytes();
-  for (std::ptrdiff_t y = 0; y < tile.height; ++y) {
-    const u8* entering = tile.plane + (y + tile.mask_height - 1) * tile.pitch;
-    if (y == 0) {
-      for (std::ptrdiff_t x = 0; x < tile.wide; x += kV) {
-        Store(tile.counts + x, AddIfNotBelow(Load(tile.counts + x), Load(entering + x), threshold));
-      }
-    } else {
-      const u8* leaving = tile.plane + (y - 1) * tile.pitch;
-      for (std::ptrdiff_t x = 0; x < tile.wide; x += kV) {
-        const V count = AddIfNotBelow(Load(tile.counts + x), Load(entering + x), threshold);
-        Store(tile.counts + x, SubIfNotBelow(count, Load(leaving + x), threshold));
-      }
-    }
-    u8* levels = tile.levels + y * tile.pitch;
-    const auto settle = [&](std::ptrdiff_t x, Set passed, Set in) __attribute__((always_inline)) {
-      any = Either(any, Both(passed, in));
-      missing = Either(missing, Without(in, passed));
-      Store(levels + x, CountSet(Load(levels + x), passed));
-    };
-    if constexpr (kParts > 0) {
-      const V rank = Set8(tile.rank);
-      const u8* parts = tile.counts;
-      if constexpr (kPart > 1) {
-        SumParts<kPart>(tile.counts, tile.part_sums, tile.wide);
-        parts = tile.part_sums;
-      }
-      ForOutputs(
-          tile, [&](std::ptrdiff_t x, Set in) __attribute__((always_inline)) {
-            V sum = Load(parts + x);
-#pragma GCC unroll 5
-            for (int k = 1; k < kParts; ++k) sum = Add8(sum, Load(parts + x + k * kPart));
-#pragma GCC unroll 3
-            for (int k = 0; k < kRest; ++k) sum = Add8(sum, Load(tile.counts + x + kParts * kPart + k));
-            settle(x, NotBelow8(sum, rank), in);
-          });
-    } else {
-      const V rank = Set16(tile.rank);
-      SumParts(tile.counts, tile.part_sums, tile.wide, split.part);
-      const std::ptrdiff_t group_width = std::ptrdiff_t{split.group} * split.part;
-      for (std::ptrdiff_t x = 0; x < tile.wide; x += kL) {
-        V sum = Widen(tile.part_sums + x);
-        for (int k = 1; k < split.group; ++k) sum = Add16(sum, Widen(tile.part_sums + x + k * split.part));
-        Store(tile.group_sums + x, sum);
-      }
-      const auto window = [&](std::ptrdiff_t x) __attribute__((always_inline)) {
-        V sum = Load(tile.group_sums + x);
-        x += group_width;
-        for (int k = 1; k < split.groups; ++k, x += group_width) sum = Add16(sum, Load(tile.group_sums + x));
-        for (int k = 0; k < split.parts_left; ++k, x += split.part) sum = Add16(sum, Widen(tile.part_sums + x));
-        for (int k = 0; k < split.rest; ++k, ++x) sum = Add16(sum, Widen(tile.counts + x));
-        return sum;
-      };
-      ForOutputs(
-          tile, [&](std::ptrdiff_t x, Set in)
-                    __attribute__((always_inline)) { settle(x, NotBelow16(window(x), window(x + kL), rank), in); });
-    }
+  const auto settle = [&](u8 * levels, Set passed, Set in) __attribute__((always_inline)) {
+    any = Either(any, Both(passed, in));
+    missing = Either(missing, Without(in, passed));
+    Store(levels, CountSet(Load(levels), passed));
+  };
+  const V rank = Set8(tile.rank);
+  const u8* parts = tile.counts;
+  if constexpr (kPart > 1) {
+    SumParts<kPart>(tile.counts, tile.part_sums, all);
+    parts = tile.part_sums;
   }
+  ForOutputs(
+      tile, [&](std::ptrdiff_t x, Set in) __attribute__((always_inline)) {
+        V sum = Load(parts + x);
+#pragma GCC unroll 5
+        for (int k = 1; k < kParts; ++k) sum = Add8(sum, Load(parts + x + k * kPart));
+#pragma GCC unroll 3
+        for (int k = 0; k < kRest; ++k) sum = Add8(sum, Load(tile.counts + x + kParts * kPart + k));
+        settle(tile.levels + x, NotBelow8(sum, rank), in);
+      });
   return {!IsEmpty(any), IsEmpty(missing)};
 }
 
 using TryFunction = Verdict (*)(const Tile&, int);
 
 TryFunction ChooseTry(const Split& split) {
-  if (!split.bytes) return &Try<0, 0, 0>;
   switch (split.part * 100 + split.parts * 10 + split.rest) {
     case 110:
       return &Try<1, 1, 0>;
@@ -209,42 +166,23 @@ TryFunction ChooseTry(const Split& split) {
   }
 }
 
-Split SplitWidth(IppiSize mask) {
-  Split split = {};
-  split.bytes = mask.width <= 15 && mask.width * mask.height <= 255;
-  if (split.bytes) {
-    split.part = mask.width <= 5 ? 1 : 3;
-    split.parts = mask.width / split.part;
-    split.rest = mask.width % split.part;
-    return split;
-  }
-  const int most = 255 / mask.height;
-  int part = 1;
-  while (part < most && (part + 1) * (part + 1) <= mask.width) ++part;
-  split.part = part;
-  split.parts = mask.width / part;
-  split.rest = mask.width % part;
-  int group = 1;
-  while ((group + 1) * (group + 1) <= split.parts) ++group;
-  split.group = group;
-  split.groups = split.parts / group;
-  split.parts_left = split.parts % group;
-  return split;
-}
+constexpr int kUnit = 16;  // of the thresholds that are tried on whole tiles
 
-// Medians of a tile whose samples lie within low..high; levels hold median - base then, and base is the result.
+// Upper bits of a tile whose samples lie within low..high; the levels get them less what is returned.
 int SettleTile(const Tile& tile, TryFunction try_threshold, int low, int high) {
   // Ranges of thresholds that are not settled: above .low, up to .high.
   struct Range {
     int low, high;
   };
   Range open[16];
+  low /= kUnit;
+  high /= kUnit;
   int count = 0, base = low;
   if (low < high) open[count++] = {low, high};
   while (count > 0) {
     const Range range = open[--count];
     const int t = range.low + (range.high - range.low + 1) / 2;
-    const Verdict verdict = try_threshold(tile, t);
+    const Verdict verdict = try_threshold(tile, t * kUnit);
     // All thresholds up to t hold everywhere (t itself is counted in the levels), or none from t on holds anywhere.
     if (verdict.all) {
       base += t - 1 - range.low;
@@ -254,6 +192,57 @@ int SettleTile(const Tile& tile, TryFunction try_threshold, int low, int high) {
     if (verdict.any && t < range.high) open[count++] = {t, range.high};
   }
   return base;
+}
+
+// The levels, upper bits less `base`, become medians. kWidth: of the mask.
+template <int kWidth>
+void Refine(const Tile& tile, int base) {
+  const V rank = Set8(tile.rank), from = Set8(base);
+  const std::ptrdiff_t pitch = tile.pitch;
+  for (std::ptrdiff_t y = 0; y < tile.height; ++y) {
+    const u8* const window = tile.plane + y * pitch;
+    u8* const levels = tile.levels + y * pitch;
+    for (std::ptrdiff_t x = 0; x < tile.width; x += kV) {
+      V median = Add8(Load(levels + x), from);
+      for (int k = 1; k < kUnit; k += k) median = Add8(median, median);
+      for (int bit = kUnit / 2; bit > 0; bit /= 2) {
+        const V candidate = Or(median, Set8(bit)), threshold = ThresholdsOf(candidate);
+        V even = Zero(), odd = Zero();
+        const u8* row = window + x;
+        for (int j = 0; j < tile.mask_height; ++j, row += pitch) {
+#pragma GCC unroll 16
+          for (int i = 0; i < kWidth; i += 2) even = AddIfNotBelow(even, Load(row + i), threshold);
+#pragma GCC unroll 16
+          for (int i = 1; i < kWidth; i += 2) odd = AddIfNotBelow(odd, Load(row + i), threshold);
+        }
+        median = Where(NotBelow8(Add8(even, odd), rank), candidate, median);
+      }
+      Store(levels + x, median);
+    }
+  }
+}
+
+using RefineFunction = void (*)(const Tile&, int);
+
+RefineFunction ChooseRefine(int width) {
+  switch (width) {
+    case 1:
+      return &Refine<1>;
+    case 3:
+      return &Refine<3>;
+    case 5:
+      return &Refine<5>;
+    case 7:
+      return &Refine<7>;
+    case 9:
+      return &Refine<9>;
+    case 11:
+      return &Refine<11>;
+    case 13:
+      return &Refine<13>;
+    default:
+      return &Refine<15>;
+  }
 }
 
 // Splits `columns` pixels of a row into three planes and widens the bounds of what they hold.
@@ -278,33 +267,36 @@ void LoadRow(const Interleave3& interleave, const u8* row, std::ptrdiff_t column
 
 }  // namespace
 
-bool TakesMedianWindow(IppiSize mask) {
-  return mask.height <= 255 && mask.width <= 1023 && mask.width * mask.height < 32768;
-}
+bool TakesMedianWindow(IppiSize mask) { return mask.width <= 15 && mask.height <= 255 / mask.width; }
+
+// Output pixels of a tile, about; smaller ones have fewer different medians, larger ones share more borders.
+constexpr std::ptrdiff_t kTileWidth = 96, kTileHeight = 12;
 
 IppStatus MedianWindow(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi, IppiSize mask) {
   const std::ptrdiff_t halo = mask.width - 1;
   Tile tile = {};
-  tile.width = RoundUp(halo + 96, 64) - halo;
+  tile.width = RoundUp(halo + kTileWidth, 64) - halo;
   if (tile.width > roi.width) tile.width = roi.width;
   tile.wide = RoundUp(tile.width + halo, kV);
   tile.pitch = tile.wide + 64;
-  tile.height = mask.height <= 15 ? 48 : mask.height <= 63 ? 64 : 128;
+  tile.height = kTileHeight + mask.height / 2;
   if (tile.height > roi.height) tile.height = roi.height;
   tile.mask_height = mask.height;
   tile.rank = mask.width * mask.height / 2 + 1;
-  tile.split = SplitWidth(mask);
-  const TryFunction try_threshold = ChooseTry(tile.split);
+  const int part = mask.width <= 5 ? 1 : 3;
+  const TryFunction try_threshold = ChooseTry({part, mask.width / part, mask.width % part});
+  const RefineFunction refine = ChooseRefine(mask.width);
 
   const std::ptrdiff_t rows = tile.height + mask.height - 1;
-  u8* memory = PQScratch(tile.pitch * 3 * (rows + tile.height) + tile.pitch * 5);
+  const std::ptrdiff_t sums = tile.pitch * (tile.height + 1) * 2;
+  const std::ptrdiff_t bytes = tile.pitch * 3 * (rows + tile.height) + sums;
+  u8* memory = PQScratch(bytes);
   if (memory == nullptr) return ippStsMemAllocErr;
   u8* planes = memory;
   u8* const levels = planes + tile.pitch * 3 * rows;
   tile.counts = levels + tile.pitch * 3 * tile.height;
-  tile.part_sums = tile.counts + tile.pitch;
-  tile.group_sums = reinterpret_cast<u16*>(tile.part_sums + tile.pitch);
-  __builtin_memset(memory, 0, static_cast<std::size_t>(tile.pitch * 3 * (rows + tile.height) + tile.pitch * 5));
+  tile.part_sums = tile.counts + tile.pitch * (tile.height + 1);
+  __builtin_memset(memory, 0, static_cast<std::size_t>(bytes));
   const Interleave3 interleave = MakeInterleave3();
 
   for (std::ptrdiff_t y = 0; y < roi.height; y += tile.height) {
@@ -318,7 +310,6 @@ IppStatus MedianWindow(const u8* src, int src_step, u8* dst, int dst_step, IppiS
                                    planes + (2 * rows + j) * tile.pitch};
         LoadRow(interleave, RowAt(src, src_step, y + j) + x * 3, tile.width + halo, row_planes, bounds);
       }
-      V base[3];
       __builtin_memset(levels, 0, static_cast<std::size_t>(tile.pitch * 3 * tile.height));
       for (int k = 0; k < 3; ++k) {
         alignas(64) u8 lows[kV], highs[kV];
@@ -331,7 +322,7 @@ IppStatus MedianWindow(const u8* src, int src_step, u8* dst, int dst_step, IppiS
         }
         tile.plane = planes + k * rows * tile.pitch;
         tile.levels = levels + k * tile.height * tile.pitch;
-        base[k] = Set8(SettleTile(tile, try_threshold, low, high));
+        refine(tile, SettleTile(tile, try_threshold, low, high));
       }
       for (std::ptrdiff_t j = 0; j < tile.height; ++j) {
         const u8* from = levels + j * tile.pitch;
@@ -339,7 +330,7 @@ IppStatus MedianWindow(const u8* src, int src_step, u8* dst, int dst_step, IppiS
         WalkOver(
             tile.width, kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
               V c[3];
-              for (int k = 0; k < 3; ++k) c[k] = Add8(Load(from + k * tile.height * tile.pitch + i), base[k]);
+              for (int k = 0; k < 3; ++k) c[k] = Load(from + k * tile.height * tile.pitch + i);
               Join3(interleave, to + i * 3, c);
             });
       }

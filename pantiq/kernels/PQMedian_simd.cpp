@@ -199,10 +199,9 @@ IppStatus PQ_VARIANT(ippiFilterMedian_8u_C3R)(const std::uint8_t* src, int srcSt
   const int w = mask.width, h = mask.height;
   const bool line = (w == 1 && (h == 3 || h == 5)) || (h == 1 && (w == 3 || w == 5));
   const bool square = w == h && (w == 3 || w == 5), one = w == 1 && h == 1;
-  const bool narrow = line || square ? IsNarrow(roi) : roi.width < kV;
-  if (!one && (narrow || (!line && !square && !TakesMedianWindow(mask)))) {
-    return _px_ippiFilterMedian_8u_C3R(src, srcStep, dst, dstStep, roi, mask, anchor);
-  }
+  const bool by_window = roi.width >= kV && TakesMedianWindow(mask);
+  const bool taken = one || (line || square ? !IsNarrow(roi) : by_window || TakesMedianHistogram(mask));
+  if (!taken) return _px_ippiFilterMedian_8u_C3R(src, srcStep, dst, dstStep, roi, mask, anchor);
   src = PQCentred(src, srcStep, mask, anchor);
   if (one) return PQ_VARIANT(ippiCopy_8u_C3R)(src, srcStep, dst, dstStep, roi);
   if (line) {
@@ -213,7 +212,8 @@ IppStatus PQ_VARIANT(ippiFilterMedian_8u_C3R)(const std::uint8_t* src, int srcSt
     Median55(src, srcStep, dst, dstStep, roi);
   } else {
     src -= std::ptrdiff_t{w / 2} * 3 + std::ptrdiff_t{srcStep} * (h / 2);
-    return MedianWindow(src, srcStep, dst, dstStep, roi, mask);
+    return by_window ? MedianWindow(src, srcStep, dst, dstStep, roi, mask)
+                     : MedianHistogram(src, srcStep, dst, dstStep, roi, mask);
   }
   return ippStsNoErr;
 }

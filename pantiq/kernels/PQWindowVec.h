@@ -47,9 +47,13 @@ PQ_INLINE V ShiftRight16(V a, __m128i n) { return _mm256_srl_epi16(a, n); }
 PQ_INLINE V Narrow(V a, V b) { return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8); }
 #endif
 
-// Medians of odd windows by their top left corner, see PQMedianWindow_simd.cpp. The region is a vector wide at least.
+// Medians of odd windows by their top left corner. MedianWindow (PQMedianWindow_simd.cpp) takes windows of up to 255
+// samples and 15 columns and regions of kV pixels or more, MedianHistogram (PQMedianHistogram_simd.cpp) windows of up
+// to 65535 samples and 255 rows.
 bool TakesMedianWindow(IppiSize mask);
 IppStatus MedianWindow(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi, IppiSize mask);
+bool TakesMedianHistogram(IppiSize mask);
+IppStatus MedianHistogram(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi, IppiSize mask);
 
 }  // namespace PQ_TARGET
 }  // namespace pantiq
