@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "pantiq/kernels/PQBaseKernels.h"
+#include "pantiq/kernels/PQCubic.h"
 
 namespace pantiq {
 namespace resize {
@@ -96,12 +97,7 @@ void CubicTable(const Axis& axis, int* index, float (*abc)[3]) {
     double rest;
     const int start = axis.first + Whole(axis, i * step, &rest) - 1;
     index[i] = InsidePicture(start, 4, axis.picture);
-    const float t = static_cast<float>(rest + (start - index[i]));
-    const float a = 1 + t;
-    const float b = t * a * 0.5f;
-    abc[i][0] = a;
-    abc[i][1] = b;
-    abc[i][2] = (t - 1) * b / 3;
+    cubic::Weights(static_cast<float>(rest + (start - index[i])), abc[i]);
   }
 }
 
@@ -243,13 +239,6 @@ void DrawLinear(const Plan& plan, const Work& work) {
       });
 }
 
-float Newton(float p0, float p1, float p2, float p3, const float* abc) {
-  const float d1 = p1 - p0;
-  const float d2 = (p2 - p1) - d1;
-  const float d3 = (p3 + (p1 - p2) - p2) - d2;
-  return p0 + abc[0] * d1 + abc[1] * d2 + abc[2] * d3;
-}
-
 template <int kChannels>
 void DrawCubic(const Plan& plan, const Work& work) {
   const std::ptrdiff_t samples = std::ptrdiff_t{plan.x.extent} * kChannels;
@@ -260,15 +249,14 @@ void DrawCubic(const Plan& plan, const Work& work) {
         for (int x = 0; x < plan.x.extent; ++x) {
           const std::uint8_t* p = line + std::ptrdiff_t{work.x.index[x]} * kChannels;
           for (int c = 0; c < kChannels; ++c) {
-            *r++ = Newton(p[c], p[c + kChannels], p[c + 2 * kChannels], p[c + 3 * kChannels], work.x.abc[x]);
+            *r++ = cubic::Value(p[c], p[c + kChannels], p[c + 2 * kChannels], p[c + 3 * kChannels], work.x.abc[x]);
           }
         }
       },
       [&](int y, float* const* r) {
         std::uint8_t* out = Result(plan, y);
         for (std::ptrdiff_t i = 0; i < samples; ++i) {
-          const float v = Newton(r[0][i], r[1][i], r[2][i], r[3][i], work.y.abc[y]) + 0.5f;
-          out[i] = v >= 255 ? 255 : v <= 0 ? 0 : static_cast<std::uint8_t>(v);
+          out[i] = cubic::Sample(cubic::Value(r[0][i], r[1][i], r[2][i], r[3][i], work.y.abc[y]));
         }
       });
 }

@@ -1,0 +1,33 @@
+#include "pantiq/kernels/PQAffine.h"
+
+#include "pantiq/kernels/PQVec.h"
+
+namespace pantiq {
+
+IppStatus PQ_VARIANT(ippiGetRotateShift) PQ_PARAMS_RotateShift {
+  return affine::RotateShift(xCenter, yCenter, angle, xShift, yShift);
+}
+
+#if PQ_WIDE || !PQ_MASKED  // no w7 entries
+IppStatus PQ_VARIANT(ippiRotate_8u_C3R) PQ_PARAMS_Rotate {
+  return affine::Rotate(3, &sampling::DrawSpan, src, srcSize, srcStep, srcRoi, dst, dstStep, dstRoi, angle, xShift,
+                        yShift, interpolation);
+}
+
+IppStatus PQ_VARIANT(ippiRotate_8u_C1R) PQ_PARAMS_Rotate {
+  return affine::Rotate(1, &sampling::DrawSpan, src, srcSize, srcStep, srcRoi, dst, dstStep, dstRoi, angle, xShift,
+                        yShift, interpolation);
+}
+
+IppStatus PQ_VARIANT(ippiShear_8u_C3R) PQ_PARAMS_Shear {
+  return affine::Shear(3, &sampling::DrawSpan, src, srcSize, srcStep, srcRoi, dst, dstStep, dstRoi, xShear, yShear,
+                       xShift, yShift, interpolation);
+}
+
+IppStatus PQ_VARIANT(ippiShear_8u_C1R) PQ_PARAMS_Shear {
+  return affine::Shear(1, &sampling::DrawSpan, src, srcSize, srcStep, srcRoi, dst, dstStep, dstRoi, xShear, yShear,
+                       xShift, yShift, interpolation);
+}
+#endif
+
+}  // namespace pantiq
