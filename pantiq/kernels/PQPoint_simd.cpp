@@ -170,20 +170,17 @@ IppStatus Twist(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi
   return ippStsNoErr;
 }
 
-// ---- Gamma: a table of 256 bytes held in vectors.
+// ---- Gamma.
 
-#if PQ_WIDE
 void MapRows(const u8 (&table)[256], const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) {
-  const V t0 = Load(table), t1 = Load(table + 64), t2 = Load(table + 128), t3 = Load(table + 192);
-  const auto map = [&](V x) {
-    return _mm512_mask_blend_epi8(_mm512_movepi8_mask(x), _mm512_permutex2var_epi8(t0, x, t1),
-                                  _mm512_permutex2var_epi8(t2, x, t3));
-  };
+  const Table256 t = MakeTable256(table);
+  const auto map = [&t](V x) { return LookUp(t, x); };
   const Extent e = Join(roi, src_step, dst_step);
   for (int y = 0; y < e.rows; ++y) {
     const u8* p = Row(src, src_step, y);
     u8* o = Row(dst, dst_step, y);
     std::ptrdiff_t n = e.width * 3;
+#if PQ_WIDE
     std::ptrdiff_t head = -reinterpret_cast<std::intptr_t>(o) & 63;  // stores are aligned after it
     if (head > n) head = n;
     if (head > 0) StoreMasked(o, FirstBytes(head), map(LoadMasked(FirstBytes(head), p)));
@@ -198,31 +195,11 @@ void MapRows(const u8 (&table)[256], const u8* src, int src_step, u8* dst, int d
       n -= 64, p += 64, o += 64;
     }
     if (n > 0) StoreMasked(o, FirstBytes(n), map(LoadMasked(FirstBytes(n), p)));
-  }
-}
 #else
-// Sixteen lookups by the low half of a sample, then a choice by each of the four upper bits.
-PQ_INLINE V Lookup(const V* table, V low, V x1, V x2, V x3, V x) {
-  V r[4];
-#pragma GCC unroll 4
-  for (int k = 0; k < 4; ++k) {
-    const V a = _mm256_blendv_epi8(Shuffle8(table[4 * k], low), Shuffle8(table[4 * k + 1], low), x3);
-    const V b = _mm256_blendv_epi8(Shuffle8(table[4 * k + 2], low), Shuffle8(table[4 * k + 3], low), x3);
-    r[k] = _mm256_blendv_epi8(a, b, x2);
-  }
-  return _mm256_blendv_epi8(_mm256_blendv_epi8(r[0], r[1], x1), _mm256_blendv_epi8(r[2], r[3], x1), x);
-}
-
-void MapRows(const u8 (&table)[256], const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) {
-  V t[16];
-  for (int k = 0; k < 16; ++k) t[k] = Lanes(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table + 16 * k)));
-  const auto map = [&](V x) {
-    return Lookup(t, And(x, Set8(15)), _mm256_slli_epi16(x, 1), _mm256_slli_epi16(x, 2), _mm256_slli_epi16(x, 3), x);
-  };
-  const Extent e = Join(roi, src_step, dst_step);
-  for (int y = 0; y < e.rows; ++y) MapRow(Row(src, src_step, y), Row(dst, dst_step, y), e.width * 3, map);
-}
+    MapRow(p, o, n, map);
 #endif
+  }
+}
 
 IppStatus MapThrough(const u8 (&table)[256], const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) {
   if (const IppStatus status = PQCheckPoint(src, src_step, dst, dst_step, roi)) return status;

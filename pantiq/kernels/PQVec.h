@@ -300,6 +300,45 @@ PQ_INLINE void Join3(const Interleave3&, u8* p, const V (&c)[3]) {
 }
 #endif
 
+// A table of 256 bytes, and its entries for kV samples at once.
+#if PQ_WIDE
+struct Table256 {
+  V part[4];
+};
+PQ_INLINE Table256 MakeTable256(const u8* table) {
+  return {{Load(table), Load(table + 64), Load(table + 128), Load(table + 192)}};
+}
+PQ_INLINE V LookUp(const Table256& t, V x) {
+  return _mm512_mask_blend_epi8(_mm512_movepi8_mask(x), _mm512_permutex2var_epi8(t.part[0], x, t.part[1]),
+                                _mm512_permutex2var_epi8(t.part[2], x, t.part[3]));
+}
+#else
+struct Table256 {
+  V part[16];
+};
+PQ_INLINE Table256 MakeTable256(const u8* table) {
+  Table256 t;
+  for (int k = 0; k < 16; ++k) {
+    t.part[k] = Lanes(_mm_loadu_si128(reinterpret_cast<const __m128i*>(table + 16 * k)));
+  }
+  return t;
+}
+// Sixteen lookups by the low half of a sample, then a choice by each of the four upper bits.
+PQ_INLINE V LookUp(const Table256& t, V x) {
+  const V low = And(x, Set8(15));
+  const V x1 = _mm256_slli_epi16(x, 1), x2 = _mm256_slli_epi16(x, 2), x3 = _mm256_slli_epi16(x, 3);
+  V r[4];
+#pragma GCC unroll 4
+  for (int k = 0; k < 4; ++k) {
+    const V* p = t.part + 4 * k;
+    const V a = _mm256_blendv_epi8(Shuffle8(p[0], low), Shuffle8(p[1], low), x3);
+    const V b = _mm256_blendv_epi8(Shuffle8(p[2], low), Shuffle8(p[3], low), x3);
+    r[k] = _mm256_blendv_epi8(a, b, x2);
+  }
+  return _mm256_blendv_epi8(_mm256_blendv_epi8(r[0], r[1], x1), _mm256_blendv_epi8(r[2], r[3], x1), x);
+}
+#endif
+
 // Walks a row of `width` pixels in blocks of kV: f(src, dst) reads kV * sizes and writes kV * sizes bytes. The last,
 // shorter block goes through a buffer. dst may be src, if their pixel sizes agree.
 template <int kSrcBytes, int kDstBytes, class F>
