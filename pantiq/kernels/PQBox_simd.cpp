@@ -1,6 +1,7 @@
 // Box average: one source for a6 and t7 (the box has no w7 form). Column sums are kept from row to row. Across, sums of
-// at most 257 samples fit 16 bits and are added from windows of three or four pixels; larger windows run along the row,
-// one pixel's three channels in a vector, in 32 bits.
+// at most 257 samples fit 16 bits and are added from windows of three or four pixels. In larger windows what enters and
+// leaves from pixel to pixel is summed up along the row in 32 bits, in blocks of three vectors by shifts of 1, 2, 4 ...
+// pixels.
 #include "pantiq/kernels/PQWindowVec.h"
 
 #if PQ_WIDE || !PQ_MASKED
@@ -163,112 +164,189 @@ IppStatus Small(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi
 
 // ---- larger windows ------------------------------------------------------------------------------------------------
 
-PQ_INLINE __m128i Four(const u16* p) {
-  return _mm_cvtepu16_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)));
-}
-PQ_INLINE __m128i Four(const std::uint32_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-
-// sums[3 * x + c] for the row's windows. Reads and writes one sample behind the last.
-template <class Sum>
-void RunAcross(const Sum* columns, std::int32_t* sums, int width, int mask_width) {
-  __m128i window = _mm_setzero_si128();
-  for (int i = 0; i < mask_width; ++i) window = _mm_add_epi32(window, Four(columns + 3 * std::ptrdiff_t{i}));
-  const Sum* entering = columns + 3 * std::ptrdiff_t{mask_width};
-  for (int x = 0; x < width; ++x, columns += 3, entering += 3, sums += 3) {
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(sums), window);
-    window = _mm_add_epi32(window, _mm_sub_epi32(Four(entering), Four(columns)));
-  }
-}
-
+// Numbers of 32 bits, kWords in a vector. A block is three vectors: kWords pixels.
 #if PQ_WIDE
-using Words = __m512i;  // 16 numbers of 32 bits
-PQ_INLINE Words LoadWords(const std::int32_t* p) { return _mm512_loadu_si512(p); }
-PQ_INLINE void StoreBytes(u8* p, Words v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm512_cvtepi32_epi8(v)); }
-constexpr int kWords = 16;
+constexpr std::ptrdiff_t kWords = 16;
+PQ_INLINE V LoadWords(const u16* p) {
+  return _mm512_cvtepu16_epi32(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
+}
+PQ_INLINE V LoadWords(const std::uint32_t* p) { return Load(p); }
+PQ_INLINE V Sub32(V a, V b) { return _mm512_sub_epi32(a, b); }
+// b moved up by n lanes, the last n of a before it.
+template <int n>
+PQ_INLINE V MoveUp(V b, V a) {
+  return _mm512_alignr_epi32(b, a, 16 - n);
+}
+// In each lane the sum of its channel's samples up to that lane, within the block.
+PQ_INLINE void ScanBlock(V (&v)[3]) {
+  const V zero = Zero();
+  v[2] = Add32(v[2], MoveUp<3>(v[2], v[1]));
+  v[1] = Add32(v[1], MoveUp<3>(v[1], v[0]));
+  v[0] = Add32(v[0], MoveUp<3>(v[0], zero));
+  v[2] = Add32(v[2], MoveUp<6>(v[2], v[1]));
+  v[1] = Add32(v[1], MoveUp<6>(v[1], v[0]));
+  v[0] = Add32(v[0], MoveUp<6>(v[0], zero));
+  v[2] = Add32(v[2], MoveUp<12>(v[2], v[1]));
+  v[1] = Add32(v[1], MoveUp<12>(v[1], v[0]));
+  v[0] = Add32(v[0], MoveUp<12>(v[0], zero));
+  v[2] = Add32(v[2], MoveUp<8>(v[1], v[0]));
+  v[1] = Add32(v[1], MoveUp<8>(v[0], zero));
+}
+PQ_INLINE V Permute32(V v, V from) { return _mm512_permutexvar_epi32(from, v); }
 struct DivideWhole {
-  Words multiplier;
+  V multiplier;
   __m128i shift;
-  PQ_INLINE Words Of(const DivideWhole& d, const std::int32_t* p) {
-    return _mm512_srl_epi32(_mm512_mullo_epi32(LoadWords(p), d.multiplier), d.shift);
-  }
 };
 PQ_INLINE DivideWhole MakeWhole(const PQBoxRule& rule) {
-  return {_mm512_set1_epi32(static_cast<int>(rule.multiplier)), _mm_cvtsi32_si128(static_cast<int>(rule.shift))};
+  return {Set32(static_cast<int>(rule.multiplier)), _mm_cvtsi32_si128(static_cast<int>(rule.shift))};
+}
+PQ_INLINE V Divide(const DivideWhole& d, V sums) {
+  return _mm512_srl_epi32(_mm512_mullo_epi32(sums, d.multiplier), d.shift);
 }
 struct DivideDouble {
   __m512d reciprocal, nudge;
-  PQ_INLINE __m256i Half(const DivideDouble& d, const std::int32_t* p) {
-    const __m512d sums = _mm512_cvtepi32_pd(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
-    return _mm512_cvttpd_epi32(_mm512_add_pd(_mm512_mul_pd(sums, d.reciprocal), d.nudge));
-  }
-  PQ_INLINE Words Of(const DivideDouble& d, const std::int32_t* p) {
-    return _mm512_inserti64x4(_mm512_castsi256_si512(Half(d, p)), Half(d, p + 8), 1);
-  }
 };
 PQ_INLINE DivideDouble MakeDouble(const PQBoxRule& rule) {
   return {_mm512_set1_pd(rule.reciprocal), _mm512_set1_pd(rule.nudge)};
 }
-#else
-using Words = __m256i;  // 8 numbers of 32 bits
-PQ_INLINE Words LoadWords(const std::int32_t* p) { return LoadS(p); }
-PQ_INLINE void StoreBytes(u8* p, Words v) {
-  const __m128i words = _mm_packus_epi32(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(p), _mm_packus_epi16(words, words));
+PQ_INLINE __m256i DivideHalf(const DivideDouble& d, __m256i sums) {
+  return _mm512_cvttpd_epi32(_mm512_add_pd(_mm512_mul_pd(_mm512_cvtepi32_pd(sums), d.reciprocal), d.nudge));
 }
-constexpr int kWords = 8;
-struct DivideWhole {
-  Words multiplier;
-  __m128i shift;
-  PQ_INLINE Words Of(const DivideWhole& d, const std::int32_t* p) {
-    return _mm256_srl_epi32(_mm256_mullo_epi32(LoadWords(p), d.multiplier), d.shift);
+PQ_INLINE V Divide(const DivideDouble& d, V sums) {
+  return _mm512_inserti64x4(_mm512_castsi256_si512(DivideHalf(d, _mm512_castsi512_si256(sums))),
+                            DivideHalf(d, _mm512_extracti64x4_epi64(sums, 1)), 1);
+}
+PQ_INLINE void StoreBlock(u8* p, const V (&v)[3]) {
+  for (int k = 0; k < 3; ++k) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p + k * 16), _mm512_cvtepi32_epi8(v[k]));
   }
+}
+#else
+constexpr std::ptrdiff_t kWords = 8;
+PQ_INLINE V LoadWords(const u16* p) {
+  return _mm256_cvtepu16_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
+}
+PQ_INLINE V LoadWords(const std::uint32_t* p) { return Load(p); }
+PQ_INLINE V Sub32(V a, V b) { return _mm256_sub_epi32(a, b); }
+PQ_INLINE V Permute32(V v, V from) { return _mm256_permutevar8x32_epi32(v, from); }
+// In each lane the sum of its channel's samples up to that lane, within the block.
+PQ_INLINE void ScanBlock(V (&v)[3]) {
+  const V zero = Zero(), by3 = _mm256_setr_epi32(5, 6, 7, 0, 1, 2, 3, 4),
+          by6 = _mm256_setr_epi32(2, 3, 4, 5, 6, 7, 0, 1);
+  V r[3];
+  for (int k = 0; k < 3; ++k) r[k] = Permute32(v[k], by3);
+  v[0] = Add32(v[0], _mm256_blend_epi32(zero, r[0], 0xF8));
+  v[1] = Add32(v[1], _mm256_blend_epi32(r[0], r[1], 0xF8));
+  v[2] = Add32(v[2], _mm256_blend_epi32(r[1], r[2], 0xF8));
+  for (int k = 0; k < 3; ++k) r[k] = Permute32(v[k], by6);
+  v[0] = Add32(v[0], _mm256_blend_epi32(zero, r[0], 0xC0));
+  v[1] = Add32(v[1], _mm256_blend_epi32(r[0], r[1], 0xC0));
+  v[2] = Add32(v[2], _mm256_blend_epi32(r[1], r[2], 0xC0));
+  v[2] = Add32(v[2], _mm256_permute2x128_si256(v[0], v[1], 0x21));
+  v[1] = Add32(v[1], _mm256_permute2x128_si256(v[0], v[0], 0x08));
+}
+struct DivideWhole {
+  V multiplier;
+  __m128i shift;
 };
 PQ_INLINE DivideWhole MakeWhole(const PQBoxRule& rule) {
-  return {_mm256_set1_epi32(static_cast<int>(rule.multiplier)), _mm_cvtsi32_si128(static_cast<int>(rule.shift))};
+  return {Set32(static_cast<int>(rule.multiplier)), _mm_cvtsi32_si128(static_cast<int>(rule.shift))};
+}
+PQ_INLINE V Divide(const DivideWhole& d, V sums) {
+  return _mm256_srl_epi32(_mm256_mullo_epi32(sums, d.multiplier), d.shift);
 }
 struct DivideDouble {
   __m256d reciprocal, nudge;
-  PQ_INLINE __m128i Half(const DivideDouble& d, const std::int32_t* p) {
-    const __m256d sums = _mm256_cvtepi32_pd(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)));
-    return _mm256_cvttpd_epi32(_mm256_add_pd(_mm256_mul_pd(sums, d.reciprocal), d.nudge));
-  }
-  PQ_INLINE Words Of(const DivideDouble& d, const std::int32_t* p) {
-    return _mm256_inserti128_si256(_mm256_castsi128_si256(Half(d, p)), Half(d, p + 4), 1);
-  }
 };
 PQ_INLINE DivideDouble MakeDouble(const PQBoxRule& rule) {
   return {_mm256_set1_pd(rule.reciprocal), _mm256_set1_pd(rule.nudge)};
 }
+PQ_INLINE __m128i DivideHalf(const DivideDouble& d, __m128i sums) {
+  return _mm256_cvttpd_epi32(_mm256_add_pd(_mm256_mul_pd(_mm256_cvtepi32_pd(sums), d.reciprocal), d.nudge));
+}
+PQ_INLINE V Divide(const DivideDouble& d, V sums) {
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(DivideHalf(d, _mm256_castsi256_si128(sums))),
+                                 DivideHalf(d, _mm256_extracti128_si256(sums, 1)), 1);
+}
+PQ_INLINE void StoreBlock(u8* p, const V (&v)[3]) {
+  const V words = _mm256_packus_epi32(v[0], v[1]), rest = _mm256_packus_epi32(v[2], v[2]);
+  const V bytes =
+      _mm256_permutevar8x32_epi32(_mm256_packus_epi16(words, rest), _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm256_castsi256_si128(bytes));
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(p + 16), _mm256_extracti128_si256(bytes, 1));
+}
 #endif
 
-template <class Divide>
-void FinishWords(const std::int32_t* sums, u8* out, std::ptrdiff_t n, const Divide& divide) {
-  WalkOver(
-      n, kWords, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
-        StoreBytes(out + i, Divide::Of(divide, sums + i));
-      });
+// Where the channels of a vector find the sums of the pixel before the block, in its last three lanes.
+struct Carry {
+  V from[3];
+};
+PQ_INLINE Carry MakeCarry() {
+  Carry carry;
+  for (int k = 0; k < 3; ++k) {
+    alignas(64) std::int32_t lanes[kWords];
+    for (int i = 0; i < kWords; ++i) lanes[i] = static_cast<int>(kWords) - 3 + (k * static_cast<int>(kWords) + i) % 3;
+    carry.from[k] = Load(lanes);
+  }
+  return carry;
+}
+
+// One output row. columns: sums of the row's columns, behind one pixel of zeros and before a block that may be read.
+template <class Sum, class Divisor>
+void RowAcross(const Sum* columns, u8* out, std::ptrdiff_t width, int mask_width, const Carry& carry,
+               const Divisor& divisor) {
+  // The window of the pixel before the first.
+  std::uint32_t first[3] = {};
+  for (std::ptrdiff_t i = 0; i + 1 < mask_width; ++i) {
+    for (int c = 0; c < 3; ++c) first[c] += columns[i * 3 + c];
+  }
+  alignas(64) std::uint32_t lanes[kWords] = {};
+  for (int c = 0; c < 3; ++c) lanes[kWords - 3 + c] = first[c];
+  V before = Load(lanes);
+  const Sum *leaving = columns - 3, *entering = columns + (std::ptrdiff_t{mask_width} - 1) * 3;
+  const auto block = [&](u8 * to) __attribute__((always_inline)) {
+    V sums[3];
+#pragma GCC unroll 3
+    for (int k = 0; k < 3; ++k) sums[k] = Sub32(LoadWords(entering + k * kWords), LoadWords(leaving + k * kWords));
+    ScanBlock(sums);
+#pragma GCC unroll 3
+    for (int k = 0; k < 3; ++k) sums[k] = Add32(sums[k], Permute32(before, carry.from[k]));
+    before = sums[2];
+#pragma GCC unroll 3
+    for (int k = 0; k < 3; ++k) sums[k] = Divide(divisor, sums[k]);
+    StoreBlock(to, sums);
+    leaving += 3 * kWords;
+    entering += 3 * kWords;
+  };
+  std::ptrdiff_t x = 0;
+  for (; x + kWords <= width; x += kWords) block(out + x * 3);
+  if (x < width) {
+    u8 last[3 * kWords];
+    block(last);
+    __builtin_memcpy(out + x * 3, last, static_cast<std::size_t>(width - x) * 3);
+  }
 }
 
 template <class Sum>
 IppStatus Large(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi, IppiSize mask,
                 const PQBoxRule& rule) {
-  const std::ptrdiff_t n = std::ptrdiff_t{roi.width} * 3, samples = n + std::ptrdiff_t{mask.width - 1} * 3;
-  // One pixel and more behind the last window is read, too.
-  const std::ptrdiff_t column_bytes = RoundUp((samples + 16) * std::ptrdiff_t{sizeof(Sum)}, 64);
-  u8* memory = PQScratch(column_bytes + (n + 16) * 4);
+  const std::ptrdiff_t samples = (std::ptrdiff_t{roi.width} + mask.width - 1) * 3;
+  constexpr std::ptrdiff_t kBefore = 32, kBehind = 3 * kWords;
+  u8* memory = PQScratch((samples + kBefore + kBehind) * std::ptrdiff_t{sizeof(Sum)});
   if (memory == nullptr) return ippStsMemAllocErr;
-  Sum* columns = reinterpret_cast<Sum*>(memory);
-  std::int32_t* sums = reinterpret_cast<std::int32_t*>(memory + column_bytes);
-  for (int i = 0; i < 16; ++i) columns[samples + i] = 0;
+  Sum* const columns = reinterpret_cast<Sum*>(memory) + kBefore;
+  for (std::ptrdiff_t i = 1; i <= 3; ++i) columns[-i] = 0;
+  for (std::ptrdiff_t i = 0; i < kBehind; ++i) columns[samples + i] = 0;
+  const Carry carry = MakeCarry();
   const DivideWhole whole = MakeWhole(rule);
   const DivideDouble in_doubles = MakeDouble(rule);
   FirstColumns(src, src_step, columns, samples, mask.height);
   for (int y = 0; y < roi.height; ++y) {
-    RunAcross(columns, sums, roi.width, mask.width);
+    u8* out = RowAt(dst, dst_step, y);
     if (rule.in_doubles) {
-      FinishWords(sums, RowAt(dst, dst_step, y), n, in_doubles);
+      RowAcross(columns, out, roi.width, mask.width, carry, in_doubles);
     } else {
-      FinishWords(sums, RowAt(dst, dst_step, y), n, whole);
+      RowAcross(columns, out, roi.width, mask.width, carry, whole);
     }
     if (y + 1 < roi.height) {
       MoveColumns(RowAt(src, src_step, std::ptrdiff_t{y} + mask.height), RowAt(src, src_step, y), columns, samples);
