@@ -17,10 +17,15 @@ constinit const PQClassTag NumbersSink::kTag{"numbers", &ProgramSink::kTag};
 
 const PQClassInfo& NumbersSink::Class() {
   static const PQClassInfo& info =
-      PQDescribe<NumbersSink>("numbers", "NumbersSink", "Writes a stream of real numbers, single or in blocks, as CSV.")
+      PQDescribe<NumbersSink>("numbers", "NumbersSink", "Writes a stream of real numbers, single or in blocks, as CSV; draws them.")
           .Inherits<ProgramSink>()
           .Property("FileName", &NumbersSink::GetFileName, &NumbersSink::SetFileName, PQDefault("-"), PQBareValue{},
                     PQFile(PQFileUse::Write), PQActs::NextStart, "File for the table; - is standard output.")
+          .Property("Plot", &NumbersSink::GetPlot, &NumbersSink::SetPlot, PQDefault(""), PQFile(PQFileUse::Write),
+                    PQActs::NextStart, "Picture file for a plot, .png, .jpg or .bmp, drawn when the stream stops; empty: none.")
+          .Property("PlotKind", &NumbersSink::GetPlotKind, &NumbersSink::SetPlotKind, PQDefault(npAuto), PQActs::Now,
+                    "npBars draws the mean of all blocks, npTrace all numbers one after the other; npAuto draws bars of a "
+                    "stream of histograms and a trace of any other.")
           .Pin("InputPin", &NumbersSink::InputPin, "Real numbers in, single or in blocks.")
           .Done();
   return info;
@@ -37,7 +42,30 @@ void NumbersSink::BeforeDestruction() {
   ProgramSink::BeforeDestruction();
 }
 
-PQStatus NumbersSink::Start(TJCStartOperation&) { return file_.Open(GetFileName()); }
+std::string NumbersSink::GetPlot() const {
+  auto section = Lock().ReadLock();
+  return plot_name_;
+}
+
+void NumbersSink::SetPlot(const std::string& name) {
+  auto section = Lock().WriteLock();
+  plot_name_ = name;
+}
+
+PQStatus NumbersSink::Start(TJCStartOperation& op) {
+  bars_ = JCOperation<TJCStartIntensityOperation>(op) != nullptr;
+  return file_.Open(GetFileName());
+}
+
+PQStatus NumbersSink::Stop() {
+  PQStatus closed = file_.Close();
+  const std::string name = GetPlot();
+  if (!closed.Ok() || name.empty() || plotted_ == plot_.Count()) return closed;
+  plotted_ = plot_.Count();
+  const NumbersPlot kind = GetPlotKind();
+  TPicture picture;
+  return plot_.Draw(kind == npAuto ? bars_ : kind == npBars, picture).SaveToFile(name);
+}
 
 PQStatus NumbersSink::Receive(IJCNotifyOperation& op) {
   if (auto* real = JCOperation<TJCSuppliedRealOperation>(op)) return Row({&real->Value, 1}, false, nullptr);
@@ -55,6 +83,7 @@ PQStatus NumbersSink::Receive(IJCNotifyOperation& op) {
 
 PQStatus NumbersSink::Row(std::span<const double> values, bool block, const TBXTimeStamp* time) {
   if (PQStatus status = file_.Open(GetFileName()); !status.Ok()) return status;
+  if (!GetPlot().empty()) plot_.Add(values);
   line_.clear();
   if (!headed_) {
     headed_ = true;

@@ -1,0 +1,134 @@
+#!/usr/bin/env python3
+"""Writes docs/components: a page for each component, from its description in the program, and pictures of its effect.
+
+    tools/pages.py PANTIQ             writes the pages
+    tools/pages.py PANTIQ --check     says which pages are not what the program describes; exit code 1 if there are any
+    tools/pages.py PANTIQ --pictures  makes the pictures, too, of one frame of the clip that tools/clip.sh fetches
+
+PANTIQ is the program. What is shown of a component stands in tools/pages.json: for each class a list of pictures with a caption
+and the part of a launch line between a frame of 480 by 270 pixels and the file. An entry with "numbers" ends in a plot.
+"""
+import argparse
+import json
+import pathlib
+import subprocess
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+PAGES = ROOT / "docs" / "components"
+IMAGES = ROOT / "docs" / "images" / "components"
+CLIP = ROOT / "out" / "cockatoo.mp4"
+FRAME = "TPQResize OutputSize.Width=480 OutputSize.Height=270 Interpolation=imSuper"
+
+
+def run(program, *args):
+    done = subprocess.run([program, *args], capture_output=True, text=True)
+    if done.returncode != 0:
+        sys.exit(f"pages: {' '.join(args)}\n{done.stderr}")
+    return done.stdout
+
+
+def rows(properties, prefix=""):
+    for p in properties:
+        name = prefix + p["name"]
+        if "properties" in p:
+            yield name, p["type"], "", p.get("help", ""), p
+            yield from rows(p["properties"], name + ".")
+        else:
+            yield name, p["type"], p.get("default", ""), p.get("help", ""), p
+
+
+def cell(text):
+    return str(text).replace("|", "\\|").replace("\n", " ")
+
+
+def picture_name(class_name, index, entry):
+    return f"{class_name}-{index}.{'png' if 'numbers' in entry else 'jpg'}"
+
+
+def page(info, shown):
+    name = info["class"]
+    out = [f"# {name}", "", info["help"], ""]
+    for index, entry in enumerate(shown):
+        out += [f"![{cell(entry['caption'])}](../images/components/{picture_name(name, index, entry)})", ""]
+        out += [f"*{entry['caption']}*" + (f": `{entry['line']}`" if entry.get("line") else ""), ""]
+    if info.get("example"):
+        out += [f"    pantiq run --frames 25 '{info['example']}'", ""]
+    out += ["## Pins", "", "| pin | direction | stream | |", "|---|---|---|---|"]
+    for pin in info["pins"]:
+        more = ", list" if pin.get("list") else ""
+        out.append(f"| `{pin['name']}` | {pin['role']}{more} | {pin['stream']} | {cell(pin['help'])} |")
+    out += ["", "## Properties", "", "| property | type | default | acts | |", "|---|---|---|---|---|"]
+    for prop, kind, default, text, p in rows(info["properties"]):
+        notes = text
+        if p.get("words"):
+            notes = f"One of {', '.join('`%s`' % w['name'] for w in p['words'])}. " + notes
+        if p.get("unit"):
+            notes += f" In {p['unit']}."
+        if "useful" in p:
+            notes += f" Useful: {p['useful'][0]} to {p['useful'][1]}."
+        shown_default = f"`{cell(default)}`" if str(default) != "" else ""
+        out.append(f"| `{prop}` | {kind} | {shown_default} | {p.get('acts', '')} | {cell(notes)} |")
+    out += ["", f"Descends from {', '.join(info['parents'])}. Unit `{info['unit']}`.", ""]
+    return "\n".join(out)
+
+
+def make_pictures(program, name, shown):
+    IMAGES.mkdir(parents=True, exist_ok=True)
+    for index, entry in enumerate(shown):
+        target = IMAGES / picture_name(name, index, entry)
+        first = f"TPQASFPlayer Name=clip FileName='{CLIP}'"
+        line = entry["line"]
+        if "numbers" in entry:
+            line = f"{first} ! {FRAME} ! {line} ! numbers /dev/null Plot='{target}'"
+        else:
+            part = f"{target.with_suffix('')}-%d.jpg"
+            line = f"{first} ! {FRAME} ! {line + ' ! ' if line else ''}frames '{part}'"
+        run(program, "run", "--quiet", "--overwrite", "--from", "4s", "--frames", "1", line)
+        made = IMAGES / f"{name}-{index}-0.jpg"
+        if made.exists():
+            made.replace(target)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("program")
+    parser.add_argument("--check", action="store_true")
+    parser.add_argument("--pictures", action="store_true")
+    options = parser.parse_args()
+    shown = json.loads((ROOT / "tools" / "pages.json").read_text())
+    listed = json.loads(run(options.program, "list", "--json"))
+    classes = [c["name"] for p in listed if p["page"] == "Pantiq" for c in p["classes"]]
+    wrong = []
+    texts = {}
+    index = ["# Components", "", "Made by `tools/pages.py` from what the program tells of itself (`pantiq inspect CLASS`).", ""]
+    index += ["| class | |", "|---|---|"]
+    for name in sorted(classes):
+        info = json.loads(run(options.program, "inspect", name, "--json"))
+        if options.pictures:
+            make_pictures(options.program, name, shown.get(name, []))
+        texts[f"{name}.md"] = page(info, shown.get(name, []))
+        index.append(f"| [`{name}`]({name}.md) | {cell(info['help'])} |")
+        wrong += [f"no picture {picture_name(name, i, e)}" for i, e in enumerate(shown.get(name, []))
+                  if not (IMAGES / picture_name(name, i, e)).exists()]
+    texts["README.md"] = "\n".join(index) + "\n"
+    wrong += [f"pictures of {name}, which is no component" for name in shown if name not in classes]
+    PAGES.mkdir(parents=True, exist_ok=True)
+    for file in PAGES.glob("*.md"):
+        if file.name not in texts:
+            wrong.append(f"{file.name} is of no component")
+            if not options.check:
+                file.unlink()
+    for file_name, text in texts.items():
+        file = PAGES / file_name
+        if options.check and (not file.exists() or file.read_text() != text):
+            wrong.append(f"{file_name} is not what the program describes; run tools/pages.py")
+        if not options.check:
+            file.write_text(text)
+    for fault in wrong if options.check else []:
+        print("pages:", fault, file=sys.stderr)
+    return 1 if options.check and wrong else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
