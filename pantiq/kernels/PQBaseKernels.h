@@ -79,6 +79,22 @@ PQ_EXPORT IppStatus ippiHistogramRange_8u_C3R PQ_PARAMS_HistogramRange;
 PQ_EXPORT IppStatus ippiFilterMedianHoriz_8u_C3R PQ_PARAMS_ImageCode;
 PQ_EXPORT IppStatus ippiFilterMedianVert_8u_C3R PQ_PARAMS_ImageCode;
 
+// ---- Adaptive smoothing.
+
+// The Wiener filter, local and adaptive: with the mean m and the variance v of the mask's window round a sample x, and
+// the noise n of its channel, the sample becomes m where v <= n, else m + (v - n) / v * (x - m), in double, to nearest
+// with halves to even (Lim, Two-Dimensional Signal and Image Processing, 1990). The window of pixel (x, y) covers
+// columns x - anchor.x to x - anchor.x + maskSize.width - 1, rows alike; the caller makes all of it readable. Source
+// and destination are apart.
+// noise: a level for each channel (C3: blue, green, red), the variance of the noise where samples are taken as 0..1, so
+// n = level * 65025; above 1 acts as 1. A level of 0 or below, or not a number, has n estimated as the mean of v over
+// the region. buffer: of the size that ippiFilterWienerGetBufferSize gives for this region and mask, used during the
+// call alone. Checks: pointers, region, steps, mask sides below 1 (-33), an anchor outside the mask (-34).
+PQ_EXPORT IppStatus ippiFilterWiener_8u_C1R PQ_PARAMS_Wiener;  // noise: one level is read
+PQ_EXPORT IppStatus ippiFilterWiener_8u_C3R PQ_PARAMS_Wiener;
+// Bytes of the work buffer, above 0, the same for one channel and for three. Null -8, region -6, mask -33.
+PQ_EXPORT IppStatus ippiFilterWienerGetBufferSize PQ_PARAMS_WienerSize;
+
 // ---- Vectors.
 
 // length integers to 64-bit floats, exactly. Null: -8; length below 1: -6.

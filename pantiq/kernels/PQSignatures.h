@@ -105,6 +105,14 @@
 #define PQ_ARGS_Resize (src, srcSize, srcStep, srcRoi, dst, dstStep, dstSize, xFactor, yFactor, interpolation)
 
 // Signatures of the kernels without a slot.
+#define PQ_PARAMS_Wiener                                                                                              \
+  (const std::uint8_t* src, int srcStep, std::uint8_t* dst, int dstStep, IppiSize roi, IppiSize maskSize,             \
+   TPoint anchor, const float noise[3], std::uint8_t* buffer)
+#define PQ_ARGS_Wiener (src, srcStep, dst, dstStep, roi, maskSize, anchor, noise, buffer)
+
+#define PQ_PARAMS_WienerSize (IppiSize roi, IppiSize maskSize, int channels, int* size)
+#define PQ_ARGS_WienerSize (roi, maskSize, channels, size)
+
 #define PQ_PARAMS_Constant (const std::uint8_t value[3], std::uint8_t* dst, int dstStep, IppiSize roi)
 #define PQ_ARGS_Constant (value, dst, dstStep, roi)
 
