@@ -93,6 +93,20 @@ void Across(const u8* in, u8* out, std::ptrdiff_t n, std::ptrdiff_t pitch, std::
       });
 }
 
+// The same for neighbouring pixels, out of scratch memory.
+template <bool kMax, int kTaps>
+void AcrossNext(const u8* in, u8* out, std::ptrdiff_t n) {
+  WalkOver(
+      n, kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
+        const V at0 = Load(in + i), at16 = Load(in + i + 16);
+        V best = Pick<kMax>(at0, LoadedAt<3>(at0, at16));
+        if constexpr (kTaps > 2) best = Pick<kMax>(best, LoadedAt<6>(at0, at16));
+        if constexpr (kTaps > 3) best = Pick<kMax>(best, LoadedAt<9>(at0, at16));
+        if constexpr (kTaps > 4) best = Pick<kMax>(best, LoadedAt<12>(at0, at16));
+        Store(out + i, best);
+      });
+}
+
 // The passes across for a mask's width: each makes windows of `length` pixels out of windows of `from` pixels.
 struct Pass {
   int taps, from, length;
@@ -102,29 +116,56 @@ struct Passes {
   int count;
 };
 Passes PlanAcross(int width) {
+  // As few passes as windows growing by five make it, then as few taps as that many passes allow.
+  int count = 0;
+  for (std::int64_t reach = 1; reach < width; reach *= 5) ++count;
+  int taps = 2;
+  const auto reach = [&](int by) {
+    std::int64_t r = 1;
+    for (int k = 0; k < count; ++k) r *= by;
+    return r;
+  };
+  while (reach(taps) < width) ++taps;
   Passes plan;
   plan.count = 0;
   int length = 1;
   while (length < width) {
     const int parts = width / length + (width % length != 0);
-    const int taps = parts <= 5 ? parts : parts <= 9 ? 3 : 4;
     Pass& pass = plan.pass[plan.count++];
-    pass.taps = taps;
+    pass.taps = parts <= taps ? parts : taps;
     pass.from = length;
-    pass.length = parts <= 5 ? width : length * taps;
+    pass.length = parts <= taps ? width : length * taps;
     length = pass.length;
   }
   return plan;
 }
 
-// One row across: n output bytes from n + (width - 1) * 3 bytes of `in`. temp: two buffers of that size.
+// One row across: n output bytes from n + (width - 1) * 3 bytes of `in`. temp: two buffers of that size. scratch: `in`
+// lies in scratch memory.
 template <bool kMax>
-void RowAcross(const Passes& plan, int width, const u8* in, u8* out, std::ptrdiff_t n, u8* const* temp) {
+void RowAcross(const Passes& plan, int width, const u8* in, bool scratch, u8* out, std::ptrdiff_t n, u8* const* temp) {
   for (int k = 0; k < plan.count; ++k) {
     const Pass& pass = plan.pass[k];
     u8* to = k + 1 == plan.count ? out : temp[k & 1];
     const std::ptrdiff_t count = n + std::ptrdiff_t{width - pass.length} * 3;
     const std::ptrdiff_t pitch = std::ptrdiff_t{pass.from} * 3, last = std::ptrdiff_t{pass.length - pass.from} * 3;
+    if (scratch && pass.from == 1) {
+      switch (pass.taps) {
+        case 2:
+          AcrossNext<kMax, 2>(in, to, count);
+          break;
+        case 3:
+          AcrossNext<kMax, 3>(in, to, count);
+          break;
+        case 4:
+          AcrossNext<kMax, 4>(in, to, count);
+          break;
+        default:
+          AcrossNext<kMax, 5>(in, to, count);
+      }
+      in = to;
+      continue;
+    }
     switch (pass.taps) {
       case 2:
         Across<kMax, 2>(in, to, count, pitch, last);
@@ -159,8 +200,10 @@ IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize r
   if (n > row_bytes) n = row_bytes;
   const std::ptrdiff_t wide = n + halo, pitch = RoundUp(wide, 64) + 64;
   const int rows_kept = height == 1 ? 0 : height + 2;
-  u8* memory = pitch > 0x7FFFFFFF / (std::int64_t{height} + 4) ? nullptr : PQScratch(pitch * (rows_kept + 2));
-  if (memory == nullptr) return ippStsMemAllocErr;
+  if (pitch > 0x7FFFFFFF / (std::int64_t{height} + 4)) return ippStsMemAllocErr;
+  const Scratch64 scratch = MakeScratch64(pitch * (rows_kept + 2));
+  if (scratch.raw == nullptr) return ippStsMemAllocErr;
+  u8* const memory = scratch.data;
   u8* const temp[2] = {memory, memory + pitch};
   u8* const kept = memory + 2 * pitch;
   const Passes plan = PlanAcross(mask.width);
@@ -171,7 +214,7 @@ IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize r
     u8* const to = dst + x;
     if (height == 1) {
       for (int y = 0; y < roi.height; ++y) {
-        RowAcross<kMax>(plan, mask.width, RowAt(from, src_step, y), RowAt(to, dst_step, y), n, temp);
+        RowAcross<kMax>(plan, mask.width, RowAt(from, src_step, y), false, RowAt(to, dst_step, y), n, temp);
       }
       continue;
     }
@@ -191,7 +234,7 @@ IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize r
         DownLow<kMax>(height, rows, out, wide);
         if (mask.width == 1) continue;
         for (int j = 0; j < count; ++j) {
-          RowAcross<kMax>(plan, mask.width, out[j], RowAt(to, dst_step, y + j), n, temp);
+          RowAcross<kMax>(plan, mask.width, out[j], true, RowAt(to, dst_step, y + j), n, temp);
         }
         continue;
       }
@@ -213,14 +256,14 @@ IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize r
           down = result;
         }
         if (mask.width > 1) {
-          RowAcross<kMax>(plan, mask.width, down, RowAt(to, dst_step, y + j), n, temp);
+          RowAcross<kMax>(plan, mask.width, down, true, RowAt(to, dst_step, y + j), n, temp);
         } else if (j == 0) {
           __builtin_memcpy(RowAt(to, dst_step, y), kept, static_cast<std::size_t>(n));
         }
       }
     }
   }
-  ippsFree(memory);
+  ippsFree(scratch.raw);
   return ippStsNoErr;
 }
 

@@ -47,6 +47,32 @@ PQ_INLINE V ShiftRight16(V a, __m128i n) { return _mm256_srl_epi16(a, n); }
 PQ_INLINE V Narrow(V a, V b) { return _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8); }
 #endif
 
+// What Load(p + n) gives, n from 1 to 15, out of Load(p) and Load(p + 16): one load may serve several n. Reads up to 15
+// bytes more than Load(p + n), so for scratch memory alone.
+#if PQ_WIDE
+template <int n>
+PQ_INLINE V LoadedAt(V at0, V at16) {
+  return _mm512_alignr_epi8(at16, at0, n);
+}
+#else
+template <int n>
+PQ_INLINE V LoadedAt(V at0, V at16) {
+  return _mm256_alignr_epi8(at16, at0, n);
+}
+#endif
+
+// Scratch memory at a multiple of 64 bytes.
+struct Scratch64 {
+  u8* raw;  // null: none to be had; given back with ippsFree
+  u8* data;
+};
+PQ_INLINE Scratch64 MakeScratch64(std::int64_t bytes) {
+  Scratch64 scratch;
+  scratch.raw = PQScratch(bytes + 64);
+  scratch.data = scratch.raw + (64 - reinterpret_cast<std::uintptr_t>(scratch.raw) % 64) % 64;
+  return scratch;
+}
+
 // Medians of odd windows by their top left corner. MedianWindow (PQMedianWindow_simd.cpp) takes windows of up to 255
 // samples and 15 columns and regions of kV pixels or more, MedianHistogram (PQMedianHistogram_simd.cpp) windows of up
 // to 65535 samples and 255 rows.
