@@ -215,18 +215,19 @@ IppStatus PQ_VARIANT(ippiHistogramEven_8u_C1R)(const u8* src, int step, IppiSize
                                                int nLevels, int lowerLevel, int upperLevel) {
   if (const IppStatus status = PQCheckHistogram1(src, step, roi, hist, levels, nLevels)) return status;
   point::FillLevels(levels, nLevels, lowerLevel, upperLevel);
-  // Equal neighbours would wait for each other in one table.
-  std::uint32_t tables[4][256] = {};
+  // Equal neighbours would wait for each other in one table; with this length, tables do not stand in each other's way.
+  std::uint32_t tables[4][272] = {};
   for (int y = 0; y < roi.height; ++y) {
     const u8* p = Row(src, step, y);
     int x = 0;
-    for (; x + 4 <= roi.width; x += 4) {
-      for (int k = 0; k < 4; ++k) ++tables[k][p[x + k]];
+    for (; x + 8 <= roi.width; x += 8) {
+      for (int k = 0; k < 8; ++k) ++tables[k & 3][p[x + k]];
     }
     for (; x < roi.width; ++x) ++tables[0][p[x]];
   }
-  for (int v = 0; v < 256; ++v) tables[0][v] += tables[1][v] + tables[2][v] + tables[3][v];
-  point::SumWithinLevels(tables[0], hist, levels, nLevels);
+  std::uint32_t counters[256];
+  for (int v = 0; v < 256; ++v) counters[v] = tables[0][v] + tables[1][v] + tables[2][v] + tables[3][v];
+  point::SumWithinLevels(counters, hist, levels, nLevels);
   return ippStsNoErr;
 }
 

@@ -94,6 +94,7 @@ TEST(PQColor, TiesAndEdges) {
   });
 }
 
+// YCC has a narrower range on its way back, and Z of a white is limited: these two do not keep grays.
 TEST(PQColor, GraysStayGray) {
   Bytes gray(768);
   for (int i = 0; i < 768; ++i) gray[i] = static_cast<u8>(i / 3);
@@ -104,9 +105,8 @@ TEST(PQColor, GraysStayGray) {
   };
   const Case cases[] = {
       {"ippiRGBToHLS_8u_C3R", "ippiHLSToRGB_8u_C3R", 0}, {"ippiRGBToHSV_8u_C3R", "ippiHSVToRGB_8u_C3R", 0},
-      {"ippiRGBToYUV_8u_C3R", "ippiYUVToRGB_8u_C3R", 0}, {"ippiRGBToYCbCr_8u_C3R", "ippiYCbCrToRGB_8u_C3R", 2},
-      {"ippiRGBToYCC_8u_C3R", "ippiYCCToRGB_8u_C3R", 3}, {"ippiRGBToXYZ_8u_C3R", "ippiXYZToRGB_8u_C3R", 5},
-      {"ippiRGBToLUV_8u_C3R", "ippiLUVToRGB_8u_C3R", 3}};
+      {"ippiRGBToYUV_8u_C3R", "ippiYUVToRGB_8u_C3R", 0}, {"ippiRGBToYCbCr_8u_C3R", "ippiYCbCrToRGB_8u_C3R", 1},
+      {"ippiBGRToLab_8u_C3R", "ippiLabToBGR_8u_C3R", 1}, {"ippiRGBToLUV_8u_C3R", "ippiLUVToRGB_8u_C3R", 3}};
   for (const Case& c : cases) {
     Bytes code;
     check::ForEachVariant<Conversion>(c.there, [&](Conversion kernel) { code = Convert(kernel, gray); });
