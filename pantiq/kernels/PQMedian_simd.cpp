@@ -63,11 +63,24 @@ void MedianLine(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi
 }
 
 void Cross33(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) {
-  const std::ptrdiff_t step = src_step;
-  ForVectors(
-      src, src_step, dst, dst_step, roi, [=](const u8* p) __attribute__((always_inline)) {
-        return Median5(Load(p - step), Load(p + step), Load(p - 3), Load(p + 3), Load(p));
-      });
+  const std::ptrdiff_t step = src_step, n = std::ptrdiff_t{roi.width} * 3;
+  for (int y = 0; y < roi.height; ++y) {
+    const u8* in = RowAt(src, src_step, y);
+    u8* out = RowAt(dst, dst_step, y);
+    std::ptrdiff_t i = 0;
+    // As long as what lies 16 bytes on is readable, too, the row's three neighbours come from two loads.
+    for (; i + kV + 16 <= n; i += kV) {
+      const u8* p = in + i;
+      const V at0 = Load(p - 3), at16 = Load(p + 13);
+      Store(out + i, Median5(Load(p - step), Load(p + step), at0, LoadedAt<6>(at0, at16), LoadedAt<3>(at0, at16)));
+    }
+    const auto plain = [&](std::ptrdiff_t at) __attribute__((always_inline)) {
+      const u8* p = in + at;
+      Store(out + at, Median5(Load(p - step), Load(p + step), Load(p - 3), Load(p + 3), Load(p)));
+    };
+    if (i + kV <= n) plain(i);
+    plain(n - kV);
+  }
 }
 
 void Cross55(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) {
@@ -121,9 +134,11 @@ void Median33(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) 
         u8* out = RowAt(dst, dst_step, std::ptrdiff_t{y} + k) + x;
         WalkOver(
             n, kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
-              Store(out + i, Median3(Max8(Max8(Load(low + i), Load(low + i + 3)), Load(low + i + 6)),
-                                     Median3(Load(middle + i), Load(middle + i + 3), Load(middle + i + 6)),
-                                     Min8(Min8(Load(high + i), Load(high + i + 3)), Load(high + i + 6))));
+              const V a0 = Load(low + i), a16 = Load(low + i + 16), b0 = Load(middle + i), b16 = Load(middle + i + 16),
+                      c0 = Load(high + i), c16 = Load(high + i + 16);
+              Store(out + i, Median3(Max8(Max8(a0, LoadedAt<3>(a0, a16)), LoadedAt<6>(a0, a16)),
+                                     Median3(b0, LoadedAt<3>(b0, b16), LoadedAt<6>(b0, b16)),
+                                     Min8(Min8(c0, LoadedAt<3>(c0, c16)), LoadedAt<6>(c0, c16))));
             });
       }
     }
