@@ -2,19 +2,29 @@
 
 #include "pantiq/filters/PQBoxFilter.h"
 #include "pantiq/filters/PQChangeFormat.h"
+#include "pantiq/filters/PQColorMerge.h"
+#include "pantiq/filters/PQColorSplit.h"
 #include "pantiq/filters/PQColorTwist.h"
+#include "pantiq/filters/PQColorsToReal.h"
 #include "pantiq/filters/PQCrop.h"
 #include "pantiq/filters/PQFixedFilter.h"
 #include "pantiq/filters/PQGammaFilter.h"
 #include "pantiq/filters/PQGaussNoise.h"
 #include "pantiq/filters/PQGrayScale.h"
+#include "pantiq/filters/PQHistogram.h"
+#include "pantiq/filters/PQHistogramEqualize.h"
+#include "pantiq/filters/PQImageAdjust.h"
 #include "pantiq/filters/PQImageGen.h"
 #include "pantiq/filters/PQJaehneGen.h"
 #include "pantiq/filters/PQMirror.h"
 #include "pantiq/filters/PQMorphFilter.h"
 #include "pantiq/filters/PQRealToFrame.h"
+#include "pantiq/filters/PQResize.h"
+#include "pantiq/filters/PQRotate.h"
+#include "pantiq/filters/PQShear.h"
 #include "pantiq/filters/PQThreshold.h"
 #include "pantiq/filters/PQUniformNoise.h"
+#include "pantiq/filters/PQWarp.h"
 #include "pantiq/media/PQASFLogger.h"
 #include "pantiq/media/PQASFPlayer.h"
 
@@ -22,22 +32,32 @@ namespace pantiq {
 
 void RegisterAll() {
   PQRealToFrame::Register();
+  PQColorsToReal::Register();
   PQASFPlayer::Register();
   PQChangeFormat::Register();
   PQMorphFilter::Register();
+  PQImageAdjust::Register();
   PQUniformNoise::Register();
   PQBoxFilter::Register();
   PQFixedFilter::Register();
   PQGaussNoise::Register();
   PQGrayScale::Register();
+  PQHistogram::Register();
   PQJaehneGen::Register();
   PQColorTwist::Register();
   PQGammaFilter::Register();
   PQMirror::Register();
+  PQRotate::Register();
+  PQShear::Register();
+  PQResize::Register();
+  PQWarp::Register();
   PQImageGen::Register();
+  PQColorSplit::Register();
   PQThreshold::Register();
   PQCrop::Register();
+  PQHistogramEqualize::Register();
   PQASFLogger::Register();
+  PQColorMerge::Register();
 }
 
 }  // namespace pantiq
