@@ -2,7 +2,8 @@
 //
 // They compute in double precision, with factors drawn together and with fused operations, so intermediate values
 // differ from the plain form's by some 1e-13. No result of the 2^24 colours lies that close to where it would change:
-// the test of all colours is the proof. Only the cube roots are coarser, some 3e-12; that is proved the same way.
+// the test of all colours is the proof. The way to Lab uses single precision and turns to doubles where that cannot
+// decide; the cube roots there are coarser, some 2e-11, which is proved the same way.
 //
 // Double words of pixels stand in the order that PackS16 and PackU8 put right: quarter j of a block holds pixels 16 i +
 // 4 j to 16 i + 4 j + 3 for every i.
@@ -40,6 +41,15 @@ PQ_INLINE Floats ToFloat(D low, D high) {
   return _mm512_insertf32x8(_mm512_castps256_ps512(_mm512_cvtpd_ps(low)), _mm512_cvtpd_ps(high), 1);
 }
 PQ_INLINE Floats SetF(float v) { return _mm512_set1_ps(v); }
+PQ_INLINE Floats SubF(Floats a, Floats b) { return _mm512_sub_ps(a, b); }
+PQ_INLINE Floats IfAboveF(Floats a, Floats bound, Floats above, Floats other) {
+  return _mm512_mask_blend_ps(_mm512_cmp_ps_mask(a, bound, _CMP_GT_OQ), other, above);
+}
+PQ_INLINE Floats ToFloat(V ints) { return _mm512_cvtepi32_ps(ints); }
+PQ_INLINE V Truncated(Floats v) { return _mm512_cvttps_epi32(v); }
+PQ_INLINE Floats FromWhole(Floats v) { return _mm512_abs_ps(_mm512_sub_ps(v, _mm512_roundscale_ps(v, 0))); }
+PQ_INLINE Floats MinF(Floats a, Floats b) { return _mm512_min_ps(a, b); }
+PQ_INLINE bool AnyBelow(Floats a, float bound) { return _mm512_cmp_ps_mask(a, SetF(bound), _CMP_LT_OQ) != 0; }
 PQ_INLINE Floats MulF(Floats a, Floats b) { return _mm512_mul_ps(a, b); }
 PQ_INLINE Floats FmaF(Floats a, Floats b, Floats c) { return _mm512_fmadd_ps(a, b, c); }
 PQ_INLINE Floats FnmaF(Floats a, Floats b, Floats c) { return _mm512_fnmadd_ps(a, b, c); }
@@ -73,6 +83,20 @@ PQ_INLINE Floats ToFloat(D low, D high) {
   return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm256_cvtpd_ps(low)), _mm256_cvtpd_ps(high), 1);
 }
 PQ_INLINE Floats SetF(float v) { return _mm256_set1_ps(v); }
+PQ_INLINE Floats SubF(Floats a, Floats b) { return _mm256_sub_ps(a, b); }
+PQ_INLINE Floats IfAboveF(Floats a, Floats bound, Floats above, Floats other) {
+  return _mm256_blendv_ps(other, above, _mm256_cmp_ps(a, bound, _CMP_GT_OQ));
+}
+PQ_INLINE Floats ToFloat(V ints) { return _mm256_cvtepi32_ps(ints); }
+PQ_INLINE V Truncated(Floats v) { return _mm256_cvttps_epi32(v); }
+PQ_INLINE Floats FromWhole(Floats v) {
+  return _mm256_andnot_ps(SetF(-0.0f),
+                          _mm256_sub_ps(v, _mm256_round_ps(v, _MM_FROUND_TO_NEAREST_INT | _MM_FROUND_NO_EXC)));
+}
+PQ_INLINE Floats MinF(Floats a, Floats b) { return _mm256_min_ps(a, b); }
+PQ_INLINE bool AnyBelow(Floats a, float bound) {
+  return _mm256_movemask_ps(_mm256_cmp_ps(a, SetF(bound), _CMP_LT_OQ)) != 0;
+}
 PQ_INLINE Floats MulF(Floats a, Floats b) { return _mm256_mul_ps(a, b); }
 PQ_INLINE Floats FmaF(Floats a, Floats b, Floats c) { return _mm256_fmadd_ps(a, b, c); }
 PQ_INLINE Floats FnmaF(Floats a, Floats b, Floats c) { return _mm256_fnmadd_ps(a, b, c); }
@@ -208,29 +232,76 @@ PQ_INLINE void LabRoots(const D (&w)[kRoots][2], D (&f)[kRoots][2]) {
 #undef PQ_EACH
 }
 
+// One quarter in double precision.
+static __attribute__((noinline)) void FusedExactLab(const V (&q)[3], V (&lab)[3]) {
+  using namespace color;
+  D w[3][2], f[3][2], result[3][2];
+  for (int h = 0; h < 2; ++h) {
+    const D c[3] = {ToDouble(q[0], h), ToDouble(q[1], h), ToDouble(q[2], h)};
+    w[0][h] = Weighted(c, kXB / kLabX, kXG / kLabX, kXR / kLabX);
+    w[1][h] = Weighted(c, kYB / 255, kYG / 255, kYR / 255);
+    w[2][h] = Weighted(c, kZB / kLabZ, kZG / kLabZ, kZR / kLabZ);
+  }
+  LabRoots(w, f);
+  for (int h = 0; h < 2; ++h) {
+    result[0][h] = IfAboveD(w[1][h], SetD(kLabLinear), FmaD(f[1][h], SetD(116 * 2.55), SetD(0.5 - 16 * 2.55)),
+                            FmaD(w[1][h], SetD(kSlope * 2.55), SetD(0.5)));
+    result[1][h] = FmaD(SubD(f[0][h], f[1][h]), SetD(500.0), SetD(128.5));
+    result[2][h] = FmaD(SubD(f[1][h], f[2][h]), SetD(200.0), SetD(128.5));
+  }
+  for (int k = 0; k < 3; ++k) lab[k] = Truncated(result[k][0], result[k][1]);
+}
+
+// The three values of a quarter before they are truncated, in single precision: some 3e-5 wrong. Where one of them is
+// closer than kLabDoubt to a whole number the quarter is made again in double precision.
+constexpr float kLabDoubt = 2e-4f;
+PQ_INLINE void LabInSingle(const V (&q)[3], Floats (&lab)[3]) {
+  using namespace color;
+  const auto single = [](double v) { return SetF(static_cast<float>(v)); };
+  const Floats b = ToFloat(q[0]), g = ToFloat(q[1]), r = ToFloat(q[2]);
+  Floats w[kRoots], z[kRoots], h[kRoots], f[kRoots], series[kRoots];
+#define PQ_EACH for (int k = 0; k < kRoots; ++k)
+  w[0] = FmaF(r, single(kXR / kLabX), FmaF(g, single(kXG / kLabX), MulF(b, single(kXB / kLabX))));
+  w[1] = FmaF(r, single(kYR / 255), FmaF(g, single(kYG / 255), MulF(b, single(kYB / 255))));
+  w[2] = FmaF(r, single(kZR / kLabZ), FmaF(g, single(kZG / kLabZ), MulF(b, single(kZB / kLabZ))));
+  PQ_EACH z[k] = FloatToBits(FnmaF(BitsToFloat(w[k]), SetF(1.0f / 3), SetF(0x54A2FA8C)));
+  PQ_EACH h[k] = MulF(z[k], z[k]);
+  PQ_EACH h[k] = MulF(h[k], z[k]);
+  PQ_EACH h[k] = FnmaF(h[k], w[k], SetF(1.0f));
+  PQ_EACH series[k] = FmaF(h[k], SetF(14.0f / 81), SetF(2.0f / 9));
+  PQ_EACH series[k] = FmaF(h[k], series[k], SetF(1.0f / 3));
+  PQ_EACH h[k] = MulF(z[k], h[k]);
+  PQ_EACH z[k] = FmaF(h[k], series[k], z[k]);
+  // The root of the last step, w z^2 (1 + 2 / 3 h).
+  PQ_EACH f[k] = MulF(MulF(z[k], z[k]), w[k]);
+  PQ_EACH h[k] = FnmaF(f[k], z[k], SetF(1.0f));
+  PQ_EACH h[k] = MulF(h[k], SetF(2.0f / 3));
+  PQ_EACH f[k] = FmaF(f[k], h[k], f[k]);
+  PQ_EACH f[k] = IfAboveF(w[k], single(kLabLinear), f[k], FmaF(w[k], single(kLabSlope), single(kLabOffset)));
+#undef PQ_EACH
+  lab[0] = IfAboveF(w[1], single(kLabLinear), FmaF(f[1], single(116 * 2.55), single(0.5 - 16 * 2.55)),
+                    FmaF(w[1], single(kSlope * 2.55), SetF(0.5f)));
+  lab[1] = FmaF(SubF(f[0], f[1]), SetF(500.0f), SetF(128.5f));
+  lab[2] = FmaF(SubF(f[1], f[2]), SetF(200.0f), SetF(128.5f));
+}
+
 static __attribute__((noinline)) void FusedBGRToLab(const Interleave3& t, const u8* src, u8* dst,
                                                     std::ptrdiff_t width) {
-  using namespace color;
   ConvertRow(t, src, dst, width, [&](const V(&in)[3], V(&out)[3]) {
     V lab[3][4];
 #pragma GCC unroll 4
     for (int j = 0; j < 4; ++j) {
       const V q[3] = {Quarter(in[0], j), Quarter(in[1], j), Quarter(in[2], j)};
-      D w[3][2], f[3][2], result[3][2];
-      for (int h = 0; h < 2; ++h) {
-        const D c[3] = {ToDouble(q[0], h), ToDouble(q[1], h), ToDouble(q[2], h)};
-        w[0][h] = Weighted(c, kXB / kLabX, kXG / kLabX, kXR / kLabX);
-        w[1][h] = Weighted(c, kYB / 255, kYG / 255, kYR / 255);
-        w[2][h] = Weighted(c, kZB / kLabZ, kZG / kLabZ, kZR / kLabZ);
+      Floats single[3];
+      LabInSingle(q, single);
+      const Floats close = MinF(MinF(FromWhole(single[0]), FromWhole(single[1])), FromWhole(single[2]));
+      if (__builtin_expect(AnyBelow(close, kLabDoubt), 0)) {
+        V exact[3];
+        FusedExactLab(q, exact);
+        for (int k = 0; k < 3; ++k) lab[k][j] = exact[k];
+      } else {
+        for (int k = 0; k < 3; ++k) lab[k][j] = Truncated(single[k]);
       }
-      LabRoots(w, f);
-      for (int h = 0; h < 2; ++h) {
-        result[0][h] = IfAboveD(w[1][h], SetD(kLabLinear), FmaD(f[1][h], SetD(116 * 2.55), SetD(0.5 - 16 * 2.55)),
-                                FmaD(w[1][h], SetD(kSlope * 2.55), SetD(0.5)));
-        result[1][h] = FmaD(SubD(f[0][h], f[1][h]), SetD(500.0), SetD(128.5));
-        result[2][h] = FmaD(SubD(f[1][h], f[2][h]), SetD(200.0), SetD(128.5));
-      }
-      for (int k = 0; k < 3; ++k) lab[k][j] = Truncated(result[k][0], result[k][1]);
     }
     for (int k = 0; k < 3; ++k) out[k] = PackQuarters(lab[k]);
   });
