@@ -111,15 +111,61 @@ void ExtremeOfRows(const u8* const* rows, Size k, u8* dst, Size n) {
   }
 }
 
+// kCount vectors of two output rows: `shared` rows that both look at, then `own` for the first and `own` for the
+// second.
+template <bool kGreatest, class T, int kCount>
+PQ_INLINE void TwoRowsAt(const u8* const* rows, Size shared, Size own, u8* first, u8* second, Size i) {
+  constexpr Size kT = sizeof(T);
+  T a[kCount], b[kCount];
+#pragma GCC unroll 4
+  for (int k = 0; k < kCount; ++k) a[k] = LoadAs<T>(rows[0] + i + k * kT);
+  for (Size j = 1; j < shared; ++j) {
+#pragma GCC unroll 4
+    for (int k = 0; k < kCount; ++k) a[k] = Extreme<kGreatest>(a[k], LoadAs<T>(rows[j] + i + k * kT));
+  }
+#pragma GCC unroll 4
+  for (int k = 0; k < kCount; ++k) b[k] = a[k];
+  for (Size j = shared; j < shared + own; ++j) {
+#pragma GCC unroll 4
+    for (int k = 0; k < kCount; ++k) {
+      a[k] = Extreme<kGreatest>(a[k], LoadAs<T>(rows[j] + i + k * kT));
+      b[k] = Extreme<kGreatest>(b[k], LoadAs<T>(rows[j + own] + i + k * kT));
+    }
+  }
+#pragma GCC unroll 4
+  for (int k = 0; k < kCount; ++k) Store(first + i + k * kT, a[k]), Store(second + i + k * kT, b[k]);
+}
+
+template <bool kGreatest, class T>
+void TwoRows(const u8* const* rows, Size shared, Size own, u8* first, u8* second, Size n) {
+  constexpr Size kT = sizeof(T);
+  Size i = 0;
+  for (; i + 4 * kT <= n; i += 4 * kT) TwoRowsAt<kGreatest, T, 4>(rows, shared, own, first, second, i);
+  for (; i + kT <= n; i += kT) TwoRowsAt<kGreatest, T, 1>(rows, shared, own, first, second, i);
+  if (i < n) TwoRowsAt<kGreatest, T, 1>(rows, shared, own, first, second, n - kT);
+}
+
+template <bool kGreatest>
+void ExtremeOfTwoRows(const u8* const* rows, Size shared, Size own, u8* first, u8* second, Size n) {
+#if PQ_WIDE
+  if (n >= kV) return TwoRows<kGreatest, V>(rows, shared, own, first, second, n);
+#endif
+  TwoRows<kGreatest, S>(rows, shared, own, first, second, n);
+}
+
 // At most this many shifted rows make a longer length; where more were needed, lengths in between grow by kGrowth.
 constexpr int kMostParts = 6;
 constexpr int kGrowth = 4;
+// Output rows go by two where they look at this many rows together, and at half of their rows.
+constexpr Size kLeastShared = 4;
 // Bytes that all rings of a strip should not pass, and a strip's least width.
 constexpr Size kCache = 65536, kLeastStrip = 512;
 
-// A run of set cells: row and first column in the mask, and the place of its length among the plan's.
+// A run of set cells: row and first column in the mask, and the place of its length among the plan's. The mask's next
+// row may have the same run.
 struct Run {
   int row, column, length;
+  bool same_above, same_below;
 };
 
 // A length of run, made of `parts` shifted rows of a shorter one. Place 0 is length 1, the source itself.
@@ -135,9 +181,11 @@ struct Length {
 // A mask, cut into runs.
 struct Plan {
   Run* runs;
-  const u8** rows;  // run_count pointers, at least kMostParts
+  const u8** rows;  // 2 * run_count pointers, at least kMostParts
   Length* lengths;
   Size run_count = 0;
+  Size shared = 0;     // runs with the same run above them
+  bool pairs = false;  // output rows go by two
   int length_count = 1;
   int first_row = 0, last_row = -1;  // of the mask rows with a run above length 1
 };
@@ -177,7 +225,7 @@ PQ_INLINE void ForEachRun(const u8* mask, IppiSize size, F f) {
 bool MakePlan(const u8* mask, IppiSize size, Scratch& scratch, Plan& plan) {
   ForEachRun(mask, size, [&](int, int, int) { ++plan.run_count; });
   const Size most_lengths = static_cast<Size>(size.width) + 1;
-  const Size row_count = plan.run_count > kMostParts ? plan.run_count : kMostParts;
+  const Size row_count = 2 * plan.run_count > kMostParts ? 2 * plan.run_count : kMostParts;
   const Size of_lengths = most_lengths * static_cast<Size>(sizeof(Length));
   const Size of_rows = row_count * static_cast<Size>(sizeof(u8*));
   const Size of_runs = plan.run_count * static_cast<Size>(sizeof(Run));
@@ -190,12 +238,26 @@ bool MakePlan(const u8* mask, IppiSize size, Scratch& scratch, Plan& plan) {
   __builtin_memset(place, 0, static_cast<std::size_t>(most_lengths) * sizeof(int));
   Size next = 0;
   ForEachRun(mask, size, [&](int row, int column, int cells) {
-    plan.runs[next++] = {row, column, cells};
+    plan.runs[next++] = {row, column, cells, false, false};
     place[cells] = 1;
     if (cells == 1) return;
     if (plan.last_row < 0) plan.first_row = row;
     plan.last_row = row;
   });
+  Size above = 0;  // runs of the row above, from left to right
+  for (Size i = 0; i < plan.run_count; ++i) {
+    Run& run = plan.runs[i];
+    while (above < i && (plan.runs[above].row < run.row - 1 ||
+                         (plan.runs[above].row == run.row - 1 && plan.runs[above].column < run.column))) {
+      ++above;
+    }
+    Run& other = plan.runs[above];
+    if (other.row == run.row - 1 && other.column == run.column && other.length == run.length) {
+      run.same_above = other.same_below = true;
+      ++plan.shared;
+    }
+  }
+  plan.pairs = plan.shared >= kLeastShared && 2 * plan.shared >= plan.run_count;
   plan.lengths[0] = {1, 0, 0, 0, 0, 0, 0, nullptr};
   place[1] = 0;
   const auto add = [&](int cells) {
@@ -218,7 +280,9 @@ bool MakePlan(const u8* mask, IppiSize size, Scratch& scratch, Plan& plan) {
     Length& length = plan.lengths[run.length];
     if (run.row < length.first_row) length.first_row = run.row;
   }
-  for (int l = 1; l < plan.length_count; ++l) plan.lengths[l].depth = plan.last_row - plan.lengths[l].first_row + 1;
+  for (int l = 1; l < plan.length_count; ++l) {
+    plan.lengths[l].depth = plan.last_row - plan.lengths[l].first_row + (plan.pairs ? 2 : 1);
+  }
   return true;
 }
 
@@ -246,25 +310,41 @@ void Strip(Plan& plan, int mask_width, const u8* src, Size src_step, u8* dst, Si
   };
   for (int l = 1; l < plan.length_count; ++l) plan.lengths[l].slot = 0;
   for (int row = plan.first_row; row < plan.last_row; ++row) enter(0, row);
-  for (int y = 0; y < height; ++y, dst += dst_step) {
-    if (plan.last_row >= 0) enter(y, plan.last_row);
-    for (Size i = 0; i < plan.run_count; ++i) {
-      const Run& run = plan.runs[i];
-      const Length& length = plan.lengths[run.length];
-      const u8* row;
-      if (run.length == 0) {
-        row = src + (static_cast<Size>(y) + run.row) * src_step;
-      } else {
-        const Size s = length.slot + run.row - length.first_row;
-        row = length.ring + (s < length.depth ? s : s - length.depth) * length.pitch;
-      }
-      plan.rows[i] = row + Size{run.column} * kChannels;
+  // The row that a run looks at, `down` rows below output row y's.
+  const auto look = [&](const Run& run, int y, int down) {
+    const Length& length = plan.lengths[run.length];
+    const u8* row;
+    if (run.length == 0) {
+      row = src + (static_cast<Size>(y) + run.row + down) * src_step;
+    } else {
+      const Size at = length.slot + run.row + down - length.first_row;
+      row = length.ring + (at < length.depth ? at : at - length.depth) * length.pitch;
     }
-    ExtremeOfRows<kGreatest>(plan.rows, plan.run_count, dst, n);
+    return row + Size{run.column} * kChannels;
+  };
+  const bool pairs = plan.pairs && n >= kS;
+  for (int y = 0; y < height;) {
+    const int rows = pairs && y + 1 < height ? 2 : 1;
+    for (int k = 0; plan.last_row >= 0 && k < rows; ++k) enter(y, plan.last_row + k);
+    if (rows == 2) {
+      const Size own = plan.run_count - plan.shared;
+      Size shared = 0, first = plan.shared, second = plan.shared + own;
+      for (Size i = 0; i < plan.run_count; ++i) {
+        const Run& run = plan.runs[i];
+        plan.rows[run.same_above ? shared++ : first++] = look(run, y, 0);
+        if (!run.same_below) plan.rows[second++] = look(run, y, 1);
+      }
+      ExtremeOfTwoRows<kGreatest>(plan.rows, plan.shared, own, dst, dst + dst_step, n);
+    } else {
+      for (Size i = 0; i < plan.run_count; ++i) plan.rows[i] = look(plan.runs[i], y, 0);
+      ExtremeOfRows<kGreatest>(plan.rows, plan.run_count, dst, n);
+    }
     for (int l = 1; l < plan.length_count; ++l) {
       Length& length = plan.lengths[l];
-      if (++length.slot == length.depth) length.slot = 0;
+      length.slot = (length.slot + rows) % length.depth;
     }
+    y += rows;
+    dst += rows * dst_step;
   }
 }
 
