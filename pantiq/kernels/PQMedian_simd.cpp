@@ -104,43 +104,64 @@ PQ_INLINE std::ptrdiff_t StripWidth(std::ptrdiff_t n) {
   return width < n ? width : n;
 }
 
-// Sorted columns of three; two output rows share the order of their common rows.
+// Columns of three, sorted, for two output rows.
+struct Columns {
+  V low[2], middle[2], high[2];
+};
+// From four rows; the two in the middle are put in order once for both output rows.
+PQ_INLINE Columns SortColumns(const u8* a, const u8* b, const u8* c, const u8* d) {
+  Columns columns;
+  V low = Load(b), high = Load(c);
+  Order2(low, high);
+  const V outer[2] = {Load(a), Load(d)};
+#pragma GCC unroll 2
+  for (int k = 0; k < 2; ++k) {
+    const V more = Max8(low, outer[k]);
+    columns.low[k] = Min8(low, outer[k]);
+    columns.middle[k] = Min8(more, high);
+    columns.high[k] = Max8(more, high);
+  }
+  return columns;
+}
+PQ_INLINE V OfThree(V low0, V low1, V low2, V middle0, V middle1, V middle2, V high0, V high1, V high2) {
+  return Median3(Max8(Max8(low0, low1), low2), Median3(middle0, middle1, middle2), Min8(Min8(high0, high1), high2));
+}
+
+// Sorted columns go from vector to vector in registers.
 void Median33(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) {
-  const std::ptrdiff_t row_bytes = std::ptrdiff_t{roi.width} * 3, n = StripWidth(row_bytes);
-  constexpr std::ptrdiff_t kPitch = kStrip + 128;
-  alignas(64) u8 sorted[2][3][kPitch];
-  for (std::ptrdiff_t x = 0; x < row_bytes; x += n) {
-    if (x + n > row_bytes) x = row_bytes - n;
-    for (int y = 0; y < roi.height; y += 2) {
-      const bool two = y + 1 < roi.height;
-      const u8 *a = RowAt(src, src_step, std::ptrdiff_t{y} - 1) + x - 3, *b = a + src_step, *c = b + src_step,
-               *d = two ? c + src_step : c;
-      WalkOver(
-          n + 6, kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
-            V low = Load(b + i), high = Load(c + i);
-            Order2(low, high);
-            const V above = Load(a + i), below = Load(d + i);
-            V more = Max8(low, above);
-            Store(sorted[0][0] + i, Min8(low, above));
-            Store(sorted[0][1] + i, Min8(more, high));
-            Store(sorted[0][2] + i, Max8(more, high));
-            more = Max8(low, below);
-            Store(sorted[1][0] + i, Min8(low, below));
-            Store(sorted[1][1] + i, Min8(more, high));
-            Store(sorted[1][2] + i, Max8(more, high));
-          });
-      for (int k = 0; k <= (two ? 1 : 0); ++k) {
-        const u8 *low = sorted[k][0], *middle = sorted[k][1], *high = sorted[k][2];
-        u8* out = RowAt(dst, dst_step, std::ptrdiff_t{y} + k) + x;
-        WalkOver(
-            n, kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
-              const V a0 = Load(low + i), a16 = Load(low + i + 16), b0 = Load(middle + i), b16 = Load(middle + i + 16),
-                      c0 = Load(high + i), c16 = Load(high + i + 16);
-              Store(out + i, Median3(Max8(Max8(a0, LoadedAt<3>(a0, a16)), LoadedAt<6>(a0, a16)),
-                                     Median3(b0, LoadedAt<3>(b0, b16), LoadedAt<6>(b0, b16)),
-                                     Min8(Min8(c0, LoadedAt<3>(c0, c16)), LoadedAt<6>(c0, c16))));
-            });
+  const std::ptrdiff_t n = std::ptrdiff_t{roi.width} * 3;
+  for (int y = 0; y < roi.height; y += 2) {
+    const bool two = y + 1 < roi.height;
+    const u8 *a = RowAt(src, src_step, std::ptrdiff_t{y} - 1) - 3, *b = a + src_step, *c = b + src_step,
+             *d = two ? c + src_step : c;
+    u8* const out[2] = {RowAt(dst, dst_step, y), RowAt(dst, dst_step, std::ptrdiff_t{y} + (two ? 1 : 0))};
+    std::ptrdiff_t i = 0;
+    if (2 * kV <= n + 6) {
+      Columns here = SortColumns(a, b, c, d);
+      for (; i + 2 * kV <= n + 6; i += kV) {
+        const Columns next = SortColumns(a + i + kV, b + i + kV, c + i + kV, d + i + kV);
+#pragma GCC unroll 2
+        for (int k = 1; k >= 0; --k) {  // the first row last: both may be the same
+          const V low16 = After16(here.low[k], next.low[k]), middle16 = After16(here.middle[k], next.middle[k]),
+                  high16 = After16(here.high[k], next.high[k]);
+          Store(out[k] + i,
+                OfThree(here.low[k], LoadedAt<3>(here.low[k], low16), LoadedAt<6>(here.low[k], low16), here.middle[k],
+                        LoadedAt<3>(here.middle[k], middle16), LoadedAt<6>(here.middle[k], middle16), here.high[k],
+                        LoadedAt<3>(here.high[k], high16), LoadedAt<6>(here.high[k], high16)));
+        }
+        here = next;
       }
+    }
+    while (i < n) {
+      if (i + kV > n) i = n - kV;
+      const Columns p = SortColumns(a + i, b + i, c + i, d + i),
+                    q = SortColumns(a + i + 3, b + i + 3, c + i + 3, d + i + 3),
+                    r = SortColumns(a + i + 6, b + i + 6, c + i + 6, d + i + 6);
+      for (int k = 1; k >= 0; --k) {
+        Store(out[k] + i, OfThree(p.low[k], q.low[k], r.low[k], p.middle[k], q.middle[k], r.middle[k], p.high[k],
+                                  q.high[k], r.high[k]));
+      }
+      i += kV;
     }
   }
 }

@@ -49,16 +49,19 @@ PQ_INLINE V Narrow(V a, V b) { return _mm256_permute4x64_epi64(_mm256_packus_epi
 
 // What Load(p + n) gives, n from 1 to 15, out of Load(p) and Load(p + 16): one load may serve several n. Reads up to 15
 // bytes more than Load(p + n), so for scratch memory alone.
+// After16 gives Load(p + 16) out of Load(p) and Load(p + kV).
 #if PQ_WIDE
 template <int n>
 PQ_INLINE V LoadedAt(V at0, V at16) {
   return _mm512_alignr_epi8(at16, at0, n);
 }
+PQ_INLINE V After16(V here, V next) { return _mm512_alignr_epi64(next, here, 2); }
 #else
 template <int n>
 PQ_INLINE V LoadedAt(V at0, V at16) {
   return _mm256_alignr_epi8(at16, at0, n);
 }
+PQ_INLINE V After16(V here, V next) { return _mm256_permute2x128_si256(here, next, 0x21); }
 #endif
 
 // Scratch memory at a multiple of 64 bytes.
