@@ -89,47 +89,64 @@ struct Job {
   u8* buffer;       // a multiple of 64
 };
 
-// Sums of columns.
+// Sums of columns. Windows of up to kMostPacked cells have both in one word, of samples lowered by 128: the squares
+// (25 * 128^2 is below 2^19) and 2^19 times the sum, in `sum`. Words wrap on the way; a window's word is right.
 struct Columns {
   u32 *sum, *squares;
   Size n;
 };
+constexpr Size kMostPacked = 25;
+constexpr int kPackedShift = 19;
 
 // Adds a row to the columns; takes another away if there is one.
+template <bool kPacked>
 void Slide(const Columns& c, const u8* in, const u8* out) {
+  constexpr int kNone = kPacked ? 128 : 0, kLift = kPacked ? (1 << kPackedShift) - 256 : 0;
+  u32* last = kPacked ? c.sum : c.squares;
   Size i = 0;
   for (; i + kLanes <= c.n; i += kLanes) {
-    const V a = Bytes(in + i), b = out == nullptr ? Zero() : Bytes(out + i), d = Sub32(a, b);
-    Store(c.sum + i, Add32(Load(c.sum + i), d));
-    Store(c.squares + i, Add32(Load(c.squares + i), Mul32(d, Add32(a, b))));
+    const V a = Bytes(in + i), b = out == nullptr ? Set32(kNone) : Bytes(out + i), d = Sub32(a, b);
+    if constexpr (!kPacked) Store(c.sum + i, Add32(Load(c.sum + i), d));
+    Store(last + i, Add32(Load(last + i), Mul32(d, Add32(Add32(a, b), Set32(kLift)))));
   }
   for (; i < c.n; ++i) {
-    const u32 a = in[i], b = out == nullptr ? 0 : out[i];
-    c.sum[i] += a - b;
-    c.squares[i] += (a - b) * (a + b);
+    const u32 a = in[i], b = out == nullptr ? kNone : out[i];
+    if constexpr (!kPacked) c.sum[i] += a - b;
+    last[i] += (a - b) * (a + b + kLift);
   }
 }
 
+// Of samples lowered by kLow.
 struct Sums {
   V sum, squares;
 };
-// kColumns 0: `columns`.
+template <int kColumns>
+constexpr bool kPackedFor = kColumns > 0;
+template <int kColumns>
+constexpr int kLow = kPackedFor<kColumns> ? 128 : 0;
+
+// kColumns 0: `columns`, not packed.
 template <int kChannels, int kColumns>
 PQ_INLINE Sums AddColumns(const Columns& c, Size i, int columns) {
   const u32 *s = c.sum + i, *q = c.squares + i;
-  Sums sums{Load(s), Load(q)};
-  const int n = kColumns > 0 ? kColumns : columns;
+  if constexpr (kPackedFor<kColumns>) {
+    V word = Load(s);
 #pragma GCC unroll 8
-  for (int k = 1; k < n; ++k) {
-    sums.sum = Add32(sums.sum, Load(s + k * kChannels));
-    sums.squares = Add32(sums.squares, Load(q + k * kChannels));
+    for (int k = 1; k < kColumns; ++k) word = Add32(word, Load(s + k * kChannels));
+    return {ShiftRightS32(word, kPackedShift), And(word, Set32((1 << kPackedShift) - 1))};
+  } else {
+    Sums sums{Load(s), Load(q)};
+    for (int k = 1; k < columns; ++k) {
+      sums.sum = Add32(sums.sum, Load(s + k * kChannels));
+      sums.squares = Add32(sums.squares, Load(q + k * kChannels));
+    }
+    return sums;
   }
-  return sums;
 }
 
 PQ_INLINE V Numerator(const Sums& s, V count) { return Sub32(Mul32(s.squares, count), Mul32(s.sum, s.sum)); }
 
-// Adds the numerators of m samples to the channels' totals. N takes the room behind the columns.
+// Adds the numerators of m samples to the channels' totals.
 template <int kChannels, int kColumns>
 void TotalRow(const Job& job, const Columns& c, u32* numerators, Size m, PQWienerTotal* totals) {
   const V count = Set32(static_cast<int>(job.count));
@@ -144,11 +161,19 @@ void TotalRow(const Job& job, const Columns& c, u32* numerators, Size m, PQWiene
 }
 
 // Sample i of the row again, as the plain form computes it.
-template <int kChannels>
+template <int kChannels, int kColumns>
 __attribute__((noinline)) u8 Again(const Job& job, const Columns& c, Size i, int x) {
   std::int64_t sum = 0, squares = 0;
-  for (Size k = 0; k < job.mask.width; ++k) sum += c.sum[i + k * kChannels], squares += c.squares[i + k * kChannels];
-  return PQWienerSample(x, job.count, sum, PQWienerNumerator(job.count, sum, squares), job.noise[i % kChannels]);
+  if constexpr (kPackedFor<kColumns>) {
+    u32 word = 0;
+    for (Size k = 0; k < kColumns; ++k) word += c.sum[i + k * kChannels];
+    sum = static_cast<std::int32_t>(word) >> kPackedShift;
+    squares = word & ((1u << kPackedShift) - 1);
+  } else {
+    for (Size k = 0; k < job.mask.width; ++k) sum += c.sum[i + k * kChannels], squares += c.squares[i + k * kChannels];
+  }
+  const PQWienerTotal numerator = PQWienerNumerator(job.count, sum, squares);  // lowered samples have the same
+  return PQWienerSample(x, job.count, sum + kLow<kColumns> * job.count, numerator, job.noise[i % kChannels]);
 }
 
 // m samples from src to dst.
@@ -169,16 +194,16 @@ void FilterRow(const Job& job, const Columns& c, const u8* src, u8* dst, Size m)
   const auto block = [&](Size i, const u8* p, u8* o) {
     const Size phase = i % kChannels;
     const Sums s = AddColumns<kChannels, kColumns>(c, i, job.mask.width);
-    const V x = Bytes(p);
+    const V x = Bytes(p), sum = Add32(s.sum, Set32(kLow<kColumns> * static_cast<int>(job.count)));
     const Floats n = ToFloats(Numerator(s, count));
     const Floats below = MaxF(MaxF(n, LoadFloats(k2 + phase)), one);  // N is 0 or at least 1; where 0, so is D
-    const Floats d = ToFloats(Sub32(Mul32(x, count), s.sum));
+    const Floats d = ToFloats(Sub32(Mul32(x, count), sum));
     Floats r = SubF(ToFloats(x), DivF(MulF(d, LoadFloats(k1 + phase)), below));
     Mask flat = 0;
     if (even) {
       // Only then may S / count lie on a half; the quotient of two integers finds it.
       flat = Less(n, LoadFloats(k3 + phase));
-      r = Choose(flat, DivF(ToFloats(s.sum), count_f), r);
+      r = Choose(flat, DivF(ToFloats(sum), count_f), r);
     }
     const V whole = ToInts(r);
     StoreBytes(o, whole);
@@ -188,7 +213,7 @@ void FilterRow(const Job& job, const Columns& c, const u8* src, u8* dst, Size m)
   for (; i + kLanes <= m; i += kLanes) {
     for (Mask again = block(i, src + i, dst + i); again != 0; again &= again - 1) {
       const Size at = i + __builtin_ctz(again);
-      dst[at] = Again<kChannels>(job, c, at, src[at]);
+      dst[at] = Again<kChannels, kColumns>(job, c, at, src[at]);
     }
   }
   if (i < m) {
@@ -197,14 +222,14 @@ void FilterRow(const Job& job, const Columns& c, const u8* src, u8* dst, Size m)
     Mask again = block(i, in, out) & ((1u << (m - i)) - 1);
     for (; again != 0; again &= again - 1) {
       const Size k = __builtin_ctz(again);
-      out[k] = Again<kChannels>(job, c, i + k, in[k]);
+      out[k] = Again<kChannels, kColumns>(job, c, i + k, in[k]);
     }
     for (Size k = 0; k < m - i; ++k) dst[i + k] = out[k];
   }
 }
 
 // Walks the region in strips: row(columns, y, i, m) for m samples from sample i of row y on.
-template <int kChannels, class Row>
+template <int kChannels, bool kPacked, class Row>
 PQ_INLINE void Walk(const Job& job, Row row) {
   const Size n = Size{job.roi.width} * kChannels;
   for (Size i = 0; i < n; i += kPQWienerStrip) {
@@ -214,9 +239,10 @@ PQ_INLINE void Walk(const Job& job, Row row) {
     const Columns c = {sums, sums + room, m + Size{job.mask.width - 1} * kChannels};
     __builtin_memset(sums, 0, static_cast<std::size_t>(2 * room) * sizeof(u32));
     const u8* p = job.corner + i;
-    for (int y = 0; y + 1 < job.mask.height; ++y) Slide(c, p + y * job.src_step, nullptr);
+    for (int y = 0; y + 1 < job.mask.height; ++y) Slide<kPacked>(c, p + y * job.src_step, nullptr);
     for (int y = 0; y < job.roi.height; ++y) {
-      Slide(c, p + (Size{y} + job.mask.height - 1) * job.src_step, y == 0 ? nullptr : p + (y - 1) * job.src_step);
+      Slide<kPacked>(c, p + (Size{y} + job.mask.height - 1) * job.src_step,
+                     y == 0 ? nullptr : p + (y - 1) * job.src_step);
       row(c, sums + 2 * room, y, i, m);
     }
   }
@@ -228,14 +254,14 @@ __attribute__((noinline)) void Run(Job& job) {
   for (int k = 0; k < kChannels; ++k) estimate |= job.noise[k] < 0;
   if (estimate) {
     PQWienerTotal totals[kChannels] = {};
-    Walk<kChannels>(job, [&](const Columns& c, u32* numerators, int, Size, Size m) {
+    Walk<kChannels, kPackedFor<kColumns>>(job, [&](const Columns& c, u32* numerators, int, Size, Size m) {
       TotalRow<kChannels, kColumns>(job, c, numerators, m, totals);
     });
     for (int k = 0; k < kChannels; ++k) {
       if (job.noise[k] < 0) job.noise[k] = PQWienerMeanVariance(totals[k], job.count, job.roi);
     }
   }
-  Walk<kChannels>(job, [&](const Columns& c, u32*, int y, Size i, Size m) {
+  Walk<kChannels, kPackedFor<kColumns>>(job, [&](const Columns& c, u32*, int y, Size i, Size m) {
     FilterRow<kChannels, kColumns>(job, c, job.src + y * job.src_step + i, job.dst + y * job.dst_step + i, m);
   });
 }
@@ -306,9 +332,9 @@ void Wiener(const u8* src, Size src_step, u8* dst, Size dst_step, IppiSize roi, 
   for (int k = 0; k < kChannels; ++k) job.noise[k] = PQWienerNoise(noise[k]);
   if (job.count > kMostCells || mask.width > kMostColumns) {
     RunLarge<kChannels>(job);
-  } else if (mask.width == 3) {
+  } else if (mask.width == 3 && job.count <= kMostPacked) {
     Run<kChannels, 3>(job);
-  } else if (mask.width == 5) {
+  } else if (mask.width == 5 && job.count <= kMostPacked) {
     Run<kChannels, 5>(job);
   } else {
     Run<kChannels, 0>(job);
