@@ -103,6 +103,10 @@ static inline int PairDistance(const Axis& axis) { return axis.n > 1 ? 1 : 0; }
 // One sample of a Lanczos column, exactly: sample i of six rows under six weights.
 std::uint8_t LanczosColumn(const float* const* rows, std::ptrdiff_t i, const float* weights);
 
+// The area average: a sum times the factors to the result; sample i of row y exactly, from the source.
+std::uint8_t AreaValue(double scaled);
+std::uint8_t AreaSample(const Plan& plan, const Work& work, int channels, int i, int y);
+
 // The plain form of a checked call; channels are 1 or 3.
 IppStatus Plain(const Plan& plan, int channels);
 

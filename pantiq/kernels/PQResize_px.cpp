@@ -285,6 +285,19 @@ void DrawLanczos(const Plan& plan, const Work& work) {
       });
 }
 
+// The samples of one row under a cell. row: the channel's sample of the picture's first pixel.
+double CellSum(const std::uint8_t* row, const Cell& cell, int channels) {
+  const std::uint8_t* p = row + std::ptrdiff_t{cell.first} * channels;
+  double sum = cell.first_weight * *p;
+  for (int k = cell.first + 1; k < cell.last; ++k) sum += *(p += channels);
+  if (cell.last > cell.first) sum += cell.last_weight * p[channels];
+  return sum;
+}
+
+double RowWeight(const Cell& rows, int row) {
+  return row == rows.first ? rows.first_weight : row == rows.last ? rows.last_weight : 1;
+}
+
 template <int kChannels>
 void DrawArea(const Plan& plan, const Work& work) {
   const std::ptrdiff_t samples = std::ptrdiff_t{plan.x.extent} * kChannels;
@@ -299,25 +312,17 @@ void DrawArea(const Plan& plan, const Work& work) {
       if (row != held) {  // a row that two cells share is summed once
         const std::uint8_t* source = Row(plan, row);
         for (int x = 0; x < plan.x.extent; ++x) {
-          const Cell& cell = work.x.cells[x];
           for (int c = 0; c < kChannels; ++c) {
-            const std::uint8_t* p = source + std::ptrdiff_t{cell.first} * kChannels + c;
-            double sum = cell.first_weight * *p;
-            for (int k = cell.first + 1; k < cell.last; ++k) sum += *(p += kChannels);
-            if (cell.last > cell.first) sum += cell.last_weight * p[kChannels];
-            line[std::ptrdiff_t{x} * kChannels + c] = sum;
+            line[std::ptrdiff_t{x} * kChannels + c] = CellSum(source + c, work.x.cells[x], kChannels);
           }
         }
         held = row;
       }
-      const double weight = row == rows.first ? rows.first_weight : row == rows.last ? rows.last_weight : 1;
+      const double weight = RowWeight(rows, row);
       for (std::ptrdiff_t i = 0; i < samples; ++i) sums[i] += weight * line[i];
     }
     std::uint8_t* out = Result(plan, y);
-    for (std::ptrdiff_t i = 0; i < samples; ++i) {
-      const double v = sums[i] * norm + 0.5;
-      out[i] = v >= 255 ? 255 : static_cast<std::uint8_t>(v);
-    }
+    for (std::ptrdiff_t i = 0; i < samples; ++i) out[i] = AreaValue(sums[i] * norm);
   }
 }
 
@@ -344,6 +349,20 @@ std::uint8_t LanczosColumn(const float* const* rows, std::ptrdiff_t i, const flo
   for (int n = 1; n < 6; ++n) sum += static_cast<double>(rows[n][i]) * weights[n];
   sum += 0.5;
   return sum >= 255 ? 255 : sum <= 0 ? 0 : static_cast<std::uint8_t>(sum);
+}
+
+std::uint8_t AreaValue(double scaled) {
+  const double v = scaled + 0.5;
+  return v >= 255 ? 255 : static_cast<std::uint8_t>(v);
+}
+
+std::uint8_t AreaSample(const Plan& plan, const Work& work, int channels, int i, int y) {
+  const Cell& rows = work.y.cells[y];
+  double sum = 0;
+  for (int row = rows.first; row <= rows.last; ++row) {
+    sum += RowWeight(rows, row) * CellSum(Row(plan, row) + i % channels, work.x.cells[i / channels], channels);
+  }
+  return AreaValue(sum * (plan.x.factor * plan.y.factor));
 }
 
 IppStatus MakePlan(Plan& plan, const std::uint8_t* src, IppiSize srcSize, int srcStep, TPQImageRect srcRoi,
