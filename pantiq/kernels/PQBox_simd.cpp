@@ -82,9 +82,28 @@ void Finish16(const u16* parts, int part, const u16* singles, u8* out, std::ptrd
       kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) { Store(out + i, Narrow(window(i), window(i + kL))); });
 }
 
+// The same for a window of three or five single pixels: their sums lie 6 bytes apart.
+template <int kParts>
+void Finish16Next(const u16* sums, u8* out, std::ptrdiff_t n, const Divisor16& divisor) {
+  const auto window = [&](std::ptrdiff_t i) __attribute__((always_inline)) {
+    const V at0 = Load(sums + i), at16 = Load(sums + i + 8);
+    V sum = Add16(at0, Add16(LoadedAt<6>(at0, at16), LoadedAt<12>(at0, at16)));
+    if constexpr (kParts == 5) {
+      const V at32 = Load(sums + i + 16);
+      sum = Add16(sum, Add16(LoadedAt<2>(at16, at32), LoadedAt<8>(at16, at32)));
+    }
+    return ShiftRight16(MulHigh16(sum, divisor.multiplier), divisor.shift);
+  };
+  WalkOver(
+      n,
+      kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) { Store(out + i, Narrow(window(i), window(i + kL))); });
+}
+
 void Finish16(const Split& split, const u16* parts, const u16* singles, u8* out, std::ptrdiff_t n,
               const Divisor16& divisor) {
   const int part = split.part;
+  if (part == 1 && split.parts == 3) return Finish16Next<3>(singles, out, n, divisor);
+  if (part == 1 && split.parts == 5) return Finish16Next<5>(singles, out, n, divisor);
   switch (split.parts * 4 + split.rest) {
     case 4:
       return Finish16<1, 0>(parts, part, singles, out, n, divisor);
@@ -117,9 +136,9 @@ IppStatus Small(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi
                 const PQBoxRule& rule) {
   const std::ptrdiff_t n = std::ptrdiff_t{roi.width} * 3, samples = n + std::ptrdiff_t{mask.width - 1} * 3;
   const std::ptrdiff_t pitch = RoundUp(samples, 64) + 64;
-  u8* memory = PQScratch(pitch * 2 * std::ptrdiff_t{sizeof(u16)});
-  if (memory == nullptr) return ippStsMemAllocErr;
-  u16 *const columns = reinterpret_cast<u16*>(memory), *const part_sums = columns + pitch;
+  const Scratch64 scratch = MakeScratch64(pitch * 2 * std::ptrdiff_t{sizeof(u16)});
+  if (scratch.raw == nullptr) return ippStsMemAllocErr;
+  u16 *const columns = reinterpret_cast<u16*>(scratch.data), *const part_sums = columns + pitch;
   const Split split = SplitWidth(mask.width);
   const Divisor16 divisor = MakeDivisor16(rule);
   const auto finish = [&](const u16* sums, int y) {
@@ -158,7 +177,7 @@ IppStatus Small(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi
       }
     }
   }
-  ippsFree(memory);
+  ippsFree(scratch.raw);
   return ippStsNoErr;
 }
 
