@@ -45,13 +45,14 @@ Split SplitWidth(int width) {
 }
 constexpr int kWidestSplit = 20;
 
+// Sums of three or four pixels.
 template <int kParts>
 void SumParts(const u16* in, u16* out, std::ptrdiff_t n) {
   WalkOver(
       n, kL, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
-        V sum = Load(in + i);
-#pragma GCC unroll 4
-        for (int k = 1; k < kParts; ++k) sum = Add16(sum, Load(in + i + 3 * k));
+        const V at0 = Load(in + i), at16 = Load(in + i + 8);
+        V sum = Add16(at0, Add16(LoadedAt<6>(at0, at16), LoadedAt<12>(at0, at16)));
+        if constexpr (kParts == 4) sum = Add16(sum, Load(in + i + 9));
         Store(out + i, sum);
       });
 }
