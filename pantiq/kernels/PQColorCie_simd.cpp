@@ -202,7 +202,7 @@ PQ_INLINE void LabRoots(const D (&w)[kRoots][2], D (&f)[kRoots][2]) {
   Floats x[kRoots], z[kRoots], h[kRoots], root[kRoots], more[kRoots];
 #define PQ_EACH for (int k = 0; k < kRoots; ++k)
   PQ_EACH x[k] = ToFloat(w[k][0], w[k][1]);
-  PQ_EACH z[k] = FloatToBits(FnmaF(BitsToFloat(x[k]), SetF(1.0f / 3), SetF(0x54A2FA8C)));
+  PQ_EACH z[k] = FloatToBits(FnmaF(BitsToFloat(x[k]), SetF(1.0f / 3), SetF(1419967104.0f)));
   PQ_EACH h[k] = MulF(z[k], z[k]);
   PQ_EACH h[k] = MulF(h[k], z[k]);
   PQ_EACH h[k] = FnmaF(h[k], x[k], SetF(1.0f));
@@ -264,7 +264,7 @@ PQ_INLINE void LabInSingle(const V (&q)[3], Floats (&lab)[3]) {
   w[0] = FmaF(r, single(kXR / kLabX), FmaF(g, single(kXG / kLabX), MulF(b, single(kXB / kLabX))));
   w[1] = FmaF(r, single(kYR / 255), FmaF(g, single(kYG / 255), MulF(b, single(kYB / 255))));
   w[2] = FmaF(r, single(kZR / kLabZ), FmaF(g, single(kZG / kLabZ), MulF(b, single(kZB / kLabZ))));
-  PQ_EACH z[k] = FloatToBits(FnmaF(BitsToFloat(w[k]), SetF(1.0f / 3), SetF(0x54A2FA8C)));
+  PQ_EACH z[k] = FloatToBits(FnmaF(BitsToFloat(w[k]), SetF(1.0f / 3), SetF(1419967104.0f)));
   PQ_EACH h[k] = MulF(z[k], z[k]);
   PQ_EACH h[k] = MulF(h[k], z[k]);
   PQ_EACH h[k] = FnmaF(h[k], w[k], SetF(1.0f));
