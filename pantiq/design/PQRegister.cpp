@@ -25,6 +25,7 @@
 #include "pantiq/filters/PQThreshold.h"
 #include "pantiq/filters/PQUniformNoise.h"
 #include "pantiq/filters/PQWarp.h"
+#include "pantiq/filters/PQWienerFilter.h"
 #include "pantiq/media/PQASFLogger.h"
 #include "pantiq/media/PQASFPlayer.h"
 
@@ -53,6 +54,7 @@ void RegisterAll() {
   PQWarp::Register();
   PQImageGen::Register();
   PQColorSplit::Register();
+  PQWienerFilter::Register();
   PQThreshold::Register();
   PQCrop::Register();
   PQHistogramEqualize::Register();

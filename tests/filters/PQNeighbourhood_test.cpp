@@ -9,6 +9,7 @@
 #include "pantiq/filters/PQBoxFilter.h"
 #include "pantiq/filters/PQFixedFilter.h"
 #include "pantiq/filters/PQMorphFilter.h"
+#include "pantiq/filters/PQWienerFilter.h"
 #include "pantiq/host/PQBinaryStream.h"
 #include "pantiq/host/PQTextStream.h"
 #include "tests/filters/Chain.h"
@@ -315,6 +316,29 @@ TEST(PQMorphFilter, TheMaskChangesWhileFramesRun) {
   }
   end = true;
   frames.join();
+}
+
+TEST(PQWienerFilter, SmoothsWhatTheNoiseExplains) {
+  for (TPQVideoFormat format : {vfRGB24, vfGrayScale}) {
+    Chain<TPQWienerFilter> chain;
+    PQImageRef frame = Noise(24, 20, format);
+    chain.source.Start(24, 20);
+    chain.filter.GetNoiseLevels().SetChannel1(1);  // all is noise: the mean of the window
+    PQImageRef out = chain.Send(frame);
+    ASSERT_EQ(out->GetFormat(), format);
+    const int pixel = frame->GetPixelSize();
+    int sum = 0;
+    for (int y = 4; y <= 6; ++y) {
+      for (int x = 4; x <= 6; ++x) sum += frame->Read()[y * frame->GetStep() + x * pixel];
+    }
+    EXPECT_EQ(out->Read()[5 * frame->GetStep() + 5 * pixel], static_cast<int>(std::lround(sum / 9.0)));
+    EXPECT_EQ(out->GetPixel(0, 0), frame->GetPixel(0, 0)) << "the rim stays";
+    chain.source.OutputPin.Stop();
+    chain.source.Start(9, 9);
+    EXPECT_EQ(chain.Send(Noise(9, 9, format))->GetWidth(), 9);
+    chain.filter.GetMaskSize().Set({10, 3});
+    ExpectUnchanged(chain, Noise(9, 9, format));
+  }
 }
 
 }  // namespace
