@@ -96,6 +96,7 @@ PQ_INLINE void WalkRows(const Plan& plan, const Work& work, int taps, Expand exp
 
 // ---- blocks of a row ----------------------------------------------------------------------------------------------
 
+#if PQ_WIDE
 // Tables of t7: where the bytes of a block of kSamples samples lie. Reads stay within the row's bytes.
 constexpr int kSamples = 16;
 struct Blocks {
@@ -103,16 +104,14 @@ struct Blocks {
   bool wide;  // some need more than 64
   int count;
   int* base;
-  u8* index;       // 64 bytes a block: the first tap of sample s at byte 4 * s
-  float* weights;  // taps or coefficients of a block's samples, kSamples of each
-#if PQ_WIDE
+  u8* index;        // 64 bytes a block: the first tap of sample s at byte 4 * s
+  float* weights;   // taps or coefficients of a block's samples, kSamples of each
   VMask low, high;  // bytes of a row that may be read from a base on
-#endif
 };
 
 PQ_INLINE std::int64_t BlocksBytes(const Plan& plan, int channels, int vectors) {
   const std::int64_t count = (std::int64_t{plan.x.extent} * channels + kSamples - 1) / kSamples;
-  return PQ_WIDE ? count * (64 + 64 * vectors) + count * 4 + 192 : 0;
+  return count * (64 + 64 * vectors) + count * 4 + 192;
 }
 
 // taps: samples that a result needs, spread `distance` bytes apart. value(x, n): weight n of pixel x.
@@ -120,7 +119,6 @@ template <class Value>
 PQ_INLINE Blocks MakeBlocks(const Plan& plan, const Work& work, int channels, int taps, int distance, int vectors,
                             Value value) {
   Blocks blocks = {};
-#if PQ_WIDE
   const std::int64_t samples = std::int64_t{plan.x.extent} * channels;
   const std::int64_t row = std::int64_t{plan.x.picture} * channels;
   blocks.count = static_cast<int>((samples + kSamples - 1) / kSamples);
@@ -161,13 +159,9 @@ PQ_INLINE Blocks MakeBlocks(const Plan& plan, const Work& work, int channels, in
     }
     if (!blocks.fits) return blocks;
   }
-#else
-  (void)plan, (void)work, (void)channels, (void)taps, (void)distance, (void)vectors, (void)value;
-#endif
   return blocks;
 }
 
-#if PQ_WIDE
 // The bytes of block b, and bytes of them by index into the lanes that mask names.
 template <bool kWide>
 struct Window {
@@ -226,6 +220,155 @@ PQ_INLINE void ExpandLanczos(const Blocks& blocks, const u8* row, float* out) {
       sum = n == 0 ? term : Add(sum, term);
     }
     _mm512_store_ps(out + std::ptrdiff_t{b} * kSamples, sum);
+  }
+}
+#endif
+
+#if !PQ_WIDE
+// Tables of a6 and w7: weights in lanes. Three channels take four lanes a pixel (the last is idle), so a vector is two
+// pixels; one channel takes a lane a pixel.
+constexpr int kLanes = 8, kFetch = 64;
+
+PQ_INLINE std::int64_t LanesBytes(const Plan& plan, int channels, int vectors) {
+  return ((channels == 3 ? std::int64_t{plan.x.extent} * 4 : plan.x.extent) + kLanes) * 4 * vectors;
+}
+
+template <class Value>
+PQ_INLINE const float* MakeLanes(const Plan& plan, const Work& work, int channels, int vectors, Value value) {
+  float* const weights = reinterpret_cast<float*>(work.extra);
+  const int share = channels == 3 ? 4 : 1;
+  const std::int64_t blocks = (std::int64_t{plan.x.extent} * share + kLanes - 1) / kLanes;
+  for (std::int64_t b = 0; b < blocks; ++b) {
+    for (int lane = 0; lane < kLanes; ++lane) {
+      const std::int64_t wanted = (b * kLanes + lane) / share;
+      const int x = wanted < plan.x.extent ? static_cast<int>(wanted) : plan.x.extent - 1;
+      for (int n = 0; n < vectors; ++n) weights[(b * vectors + n) * kLanes + lane] = value(x, n);
+    }
+  }
+  return weights;
+}
+
+PQ_INLINE __m128i Bytes4(const u8* p) {
+  int v;
+  __builtin_memcpy(&v, p, 4);
+  return _mm_cvtsi32_si128(v);
+}
+
+// 6, 12 or 16 bytes of two pixels, a half each; nothing else is read.
+template <int kBytes>
+PQ_INLINE V TwoPixels(const u8* p, const u8* q) {
+  const auto load = [](const u8* from) {
+    if (kBytes == 16) return _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+    if (kBytes == 12) {
+      int last;
+      __builtin_memcpy(&last, from + 8, 4);
+      return _mm_insert_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(from)), last, 2);
+    }
+    u16 last;
+    __builtin_memcpy(&last, from + 4, 2);
+    return _mm_insert_epi16(Bytes4(from), last, 2);
+  };
+  return _mm256_set_m128i(load(q), load(p));
+}
+PQ_INLINE F Tap(V bytes, int first) {  // bytes first .. first + 2 of each half, as floats
+  const int o = first;
+  return _mm256_cvtepi32_ps(
+      Shuffle8(bytes, Lanes(_mm_setr_epi8(static_cast<char>(o), -1, -1, -1, static_cast<char>(o + 1), -1, -1, -1,
+                                          static_cast<char>(o + 2), -1, -1, -1, -1, -1, -1, -1))));
+}
+PQ_INLINE F Newton(F p0, F p1, F p2, F p3, F a, F b, F c) {
+  const F d1 = Sub(p1, p0), d2 = Sub(Sub(p2, p1), d1), d3 = Sub(Sub(Add(p3, Sub(p1, p2)), p2), d2);
+  return Add(Add(Add(p0, Mul(a, d1)), Mul(b, d2)), Mul(c, d3));
+}
+PQ_INLINE void StoreTwo(float* out, F v) {
+  _mm_storeu_ps(out, _mm256_castps256_ps128(v));
+  _mm_storeu_ps(out + 3, _mm256_extractf128_ps(v, 1));
+}
+
+// Calls body(x, p, q) for pairs of pixels; an odd last pixel is its own partner and writes one pixel beyond the row.
+template <class Body>
+PQ_INLINE void WalkPairs(const Plan& plan, const Work& work, const u8* row, Body body) {
+  for (int x = 0; x < plan.x.extent; x += 2) {
+    const int second = x + 1 < plan.x.extent ? x + 1 : x;
+    body(x, row + std::ptrdiff_t{work.x.index[x]} * 3, row + std::ptrdiff_t{work.x.index[second]} * 3);
+  }
+}
+
+// Copies kFirst bytes at each pixel's first tap, and kSecond bytes behind them, into words of 32 bits, kFetch pixels at
+// a time, then calls body(x, first words, second words) for each vector of them.
+template <int kFirst, int kSecond, class Body>
+PQ_INLINE void WalkFetched(const Plan& plan, const Work& work, const u8* row, Body body) {
+  alignas(32) u8 first[kFetch * 4] = {}, second[kFetch * 4] = {};
+  for (int x = 0; x < plan.x.extent; x += kFetch) {
+    const int count = plan.x.extent - x < kFetch ? plan.x.extent - x : kFetch;
+    for (int i = 0; i < count; ++i) {
+      const u8* p = row + work.x.index[x + i];
+      __builtin_memcpy(first + i * 4, p, kFirst);
+      if (kSecond > 0) __builtin_memcpy(second + i * 4, p + kFirst, kSecond);
+    }
+    for (int i = 0; i < count; i += kLanes) body(x + i, LoadS(first + i * 4), LoadS(second + i * 4));
+  }
+}
+PQ_INLINE F ByteOf(V words, int n) { return _mm256_cvtepi32_ps(And(_mm256_srli_epi32(words, 8 * n), Set32(255))); }
+
+template <int kChannels>
+PQ_INLINE void ExpandLinear(const Plan& plan, const Work& work, const float* weights, const u8* row, u16* out) {
+  const V half = Set32(0x80);
+  if constexpr (kChannels == 3) {
+    const V pairs = Lanes(_mm_setr_epi8(0, -1, 3, -1, 1, -1, 4, -1, 2, -1, 5, -1, -1, -1, -1, -1));
+    WalkPairs(plan, work, row, [&](int x, const u8* p, const u8* q) {
+      const V both = PairSum32(Shuffle8(TwoPixels<6>(p, q), pairs), Load(weights + std::ptrdiff_t{x} * 4));
+      const V sum = _mm256_srli_epi32(Add32(both, half), 8), words = PackS16(sum, sum);
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + std::ptrdiff_t{x} * 3), _mm256_castsi256_si128(words));
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(out + std::ptrdiff_t{x} * 3 + 3), _mm256_extracti128_si256(words, 1));
+    });
+  } else {
+    const V pairs = Lanes(_mm_setr_epi8(0, -1, 1, -1, 4, -1, 5, -1, 8, -1, 9, -1, 12, -1, 13, -1));
+    WalkFetched<2, 0>(plan, work, row, [&](int x, V taps, V) {
+      const V sum = _mm256_srli_epi32(Add32(PairSum32(Shuffle8(taps, pairs), Load(weights + x)), half), 8);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out + x),
+                       _mm256_castsi256_si128(_mm256_permute4x64_epi64(PackS16(sum, sum), 0xD8)));
+    });
+  }
+}
+
+template <int kChannels>
+PQ_INLINE void ExpandCubic(const Plan& plan, const Work& work, const float* weights, const u8* row, float* out) {
+  if constexpr (kChannels == 3) {
+    WalkPairs(plan, work, row, [&](int x, const u8* p, const u8* q) {
+      const V v = TwoPixels<12>(p, q);
+      const float* w = weights + std::ptrdiff_t{x} * 12;
+      StoreTwo(out + std::ptrdiff_t{x} * 3,
+               Newton(Tap(v, 0), Tap(v, 3), Tap(v, 6), Tap(v, 9), LoadF(w), LoadF(w + 8), LoadF(w + 16)));
+    });
+  } else {
+    WalkFetched<4, 0>(plan, work, row, [&](int x, V taps, V) {
+      const float* w = weights + std::ptrdiff_t{x} * 3;
+      _mm256_storeu_ps(out + x, Newton(ByteOf(taps, 0), ByteOf(taps, 1), ByteOf(taps, 2), ByteOf(taps, 3), LoadF(w),
+                                       LoadF(w + 8), LoadF(w + 16)));
+    });
+  }
+}
+
+template <int kChannels>
+PQ_INLINE void ExpandLanczos(const Plan& plan, const Work& work, const float* weights, const u8* row, float* out) {
+  if constexpr (kChannels == 3) {
+    WalkPairs(plan, work, row, [&](int x, const u8* p, const u8* q) {
+      const V v = TwoPixels<16>(p, q), last = TwoPixels<16>(p + 2, q + 2);
+      const float* w = weights + std::ptrdiff_t{x} * 24;
+      F sum = Mul(LoadF(w), Tap(v, 0));
+      for (int n = 1; n < 6; ++n) sum = Add(sum, Mul(LoadF(w + n * 8), n == 5 ? Tap(last, 13) : Tap(v, n * 3)));
+      StoreTwo(out + std::ptrdiff_t{x} * 3, sum);
+    });
+  } else {
+    WalkFetched<4, 2>(plan, work, row, [&](int x, V taps, V rest) {
+      const float* w = weights + std::ptrdiff_t{x} * 6;
+      F sum = Mul(LoadF(w), ByteOf(taps, 0));
+      for (int n = 1; n < 6; ++n) {
+        sum = Add(sum, Mul(LoadF(w + n * 8), n < 4 ? ByteOf(taps, n) : ByteOf(rest, n - 4)));
+      }
+      _mm256_storeu_ps(out + x, sum);
+    });
   }
 }
 #endif
@@ -342,12 +485,17 @@ template <int kChannels>
 void DrawLinear(const Plan& plan, const Work& work) {
   const std::ptrdiff_t samples = std::ptrdiff_t{plan.x.extent} * kChannels;
   const int next = resize::PairDistance(plan.x) * kChannels;
-  [[maybe_unused]] const Blocks blocks = MakeBlocks(plan, work, kChannels, 2, next, 1, [&](int x, int) {
+  const auto weight = [&](int x, int) {
     const std::uint32_t second = static_cast<std::uint32_t>(work.x.weight[x]), both = (16384 - second) | second << 16;
     float bits;
     __builtin_memcpy(&bits, &both, 4);
     return bits;
-  });
+  };
+#if PQ_WIDE
+  const Blocks blocks = MakeBlocks(plan, work, kChannels, 2, next, 1, weight);
+#else
+  const float* const weights = MakeLanes(plan, work, kChannels, 1, weight);
+#endif
   WalkRows<u16, 2>(
       plan, work, 1 + resize::PairDistance(plan.y),
       [&](const u8* row, u16* out) {
@@ -360,6 +508,8 @@ void DrawLinear(const Plan& plan, const Work& work) {
           }
           return;
         }
+#else
+        if (next > 0) return ExpandLinear<kChannels>(plan, work, weights, row, out);
 #endif
         for (int x = 0; x < plan.x.extent; ++x) {
           const u8* p = row + std::ptrdiff_t{work.x.index[x]} * kChannels;
@@ -385,7 +535,7 @@ void DrawLinear(const Plan& plan, const Work& work) {
 
 // ---- cubic --------------------------------------------------------------------------------------------------------
 
-PQ_INLINE float NewtonOne(float p0, float p1, float p2, float p3, const float* abc) {
+[[maybe_unused]] PQ_INLINE float NewtonOne(float p0, float p1, float p2, float p3, const float* abc) {
   const float d1 = p1 - p0, d2 = (p2 - p1) - d1, d3 = (p3 + (p1 - p2) - p2) - d2;
   return p0 + abc[0] * d1 + abc[1] * d2 + abc[2] * d3;
 }
@@ -393,8 +543,12 @@ PQ_INLINE float NewtonOne(float p0, float p1, float p2, float p3, const float* a
 template <int kChannels>
 void DrawCubic(const Plan& plan, const Work& work) {
   const std::ptrdiff_t samples = std::ptrdiff_t{plan.x.extent} * kChannels;
-  [[maybe_unused]] const Blocks blocks =
-      MakeBlocks(plan, work, kChannels, 4, kChannels, 3, [&](int x, int n) { return work.x.abc[x][n]; });
+  const auto weight = [&](int x, int n) { return work.x.abc[x][n]; };
+#if PQ_WIDE
+  const Blocks blocks = MakeBlocks(plan, work, kChannels, 4, kChannels, 3, weight);
+#else
+  const float* const weights = MakeLanes(plan, work, kChannels, 3, weight);
+#endif
   WalkRows<float, 4>(
       plan, work, 4,
       [&](const u8* row, float* out) {
@@ -407,13 +561,15 @@ void DrawCubic(const Plan& plan, const Work& work) {
           }
           return;
         }
-#endif
         for (int x = 0; x < plan.x.extent; ++x) {
           const u8* p = row + std::ptrdiff_t{work.x.index[x]} * kChannels;
           for (int c = 0; c < kChannels; ++c) {
             *out++ = NewtonOne(p[c], p[c + kChannels], p[c + 2 * kChannels], p[c + 3 * kChannels], work.x.abc[x]);
           }
         }
+#else
+        ExpandCubic<kChannels>(plan, work, weights, row, out);
+#endif
       },
       [&](int y, float* const* r) {
         const F a = SetF(work.y.abc[y][0]), b = SetF(work.y.abc[y][1]), c = SetF(work.y.abc[y][2]), half = SetF(0.5f);
@@ -474,8 +630,12 @@ namespace {
 template <int kChannels>
 void DrawLanczos(const Plan& plan, const Work& work) {
   const std::ptrdiff_t samples = std::ptrdiff_t{plan.x.extent} * kChannels;
-  [[maybe_unused]] const Blocks blocks =
-      MakeBlocks(plan, work, kChannels, 6, kChannels, 6, [&](int x, int n) { return work.x.lanczos[x][n]; });
+  const auto weight = [&](int x, int n) { return work.x.lanczos[x][n]; };
+#if PQ_WIDE
+  const Blocks blocks = MakeBlocks(plan, work, kChannels, 6, kChannels, 6, weight);
+#else
+  const float* const weights = MakeLanes(plan, work, kChannels, 6, weight);
+#endif
   WalkRows<float, 6>(
       plan, work, 6,
       [&](const u8* row, float* out) {
@@ -488,7 +648,6 @@ void DrawLanczos(const Plan& plan, const Work& work) {
           }
           return;
         }
-#endif
         for (int x = 0; x < plan.x.extent; ++x) {
           const u8* p = row + std::ptrdiff_t{work.x.index[x]} * kChannels;
           const float* w = work.x.lanczos[x];
@@ -498,6 +657,9 @@ void DrawLanczos(const Plan& plan, const Work& work) {
             *out++ = sum;
           }
         }
+#else
+        ExpandLanczos<kChannels>(plan, work, weights, row, out);
+#endif
       },
       [&](int y, float* const* r) { FusedLanczosColumn(r, work.y.lanczos[y], ResultAt(plan, y), samples); });
 }
@@ -671,6 +833,14 @@ void DrawArea(const Plan& plan, const Work& work, AreaLimits limits) {
 
 // ---- a call -------------------------------------------------------------------------------------------------------
 
+PQ_INLINE std::int64_t TableBytes(const Plan& plan, int channels, int vectors) {
+#if PQ_WIDE
+  return BlocksBytes(plan, channels, vectors);
+#else
+  return LanesBytes(plan, channels, vectors);
+#endif
+}
+
 template <int kChannels>
 PQ_INLINE IppStatus Draw(const Plan& plan) {
   const std::int64_t samples = (std::int64_t{plan.x.extent} * kChannels + 63) & ~std::int64_t{63};
@@ -682,20 +852,21 @@ PQ_INLINE IppStatus Draw(const Plan& plan) {
     }
     if (limits.doubt >= 0.1f) return resize::Plain(plan, kChannels);
   }
-  std::int64_t row_bytes = samples * 4, extra = 0;
+  const std::int64_t slack = PQ_WIDE ? 0 : 64;  // samples that pairs of pixels write beyond the row
+  std::int64_t row_bytes = (samples + slack) * 4, extra = 0;
   int rows = 0;
   if (plan.code == resize::kNearest) {
     extra = samples + (samples / 64 + 1) * 4 + 64;
   } else if (plan.code == resize::kLinear) {
     rows = 2;
-    row_bytes = samples * 2;
-    extra = BlocksBytes(plan, kChannels, 1);
+    row_bytes = (samples + slack) * 2;
+    extra = TableBytes(plan, kChannels, 1);
   } else if (plan.code == resize::kCubic) {
     rows = 4;
-    extra = BlocksBytes(plan, kChannels, 3);
+    extra = TableBytes(plan, kChannels, 3);
   } else if (plan.code == resize::kLanczos) {
     rows = 6;
-    extra = BlocksBytes(plan, kChannels, 6);
+    extra = TableBytes(plan, kChannels, 6);
   } else {
     rows = 1;
     row_bytes = (std::int64_t{plan.x.n} * kChannels + 64) * 4;
