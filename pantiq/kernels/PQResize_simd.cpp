@@ -168,7 +168,7 @@ struct Window {
   V low, high;
 };
 template <bool kWide>
-PQ_INLINE Window<kWide> LoadWindow(const Blocks& blocks, const u8* row, int b) {
+PQ_INLINE Window<kWide> LoadWindow(const Blocks blocks, const u8* row, int b) {
   const u8* p = row + blocks.base[b];
   return {LoadMasked(blocks.low, p), kWide ? LoadMasked(blocks.high, p + 64) : Zero()};
 }
@@ -180,7 +180,7 @@ PQ_INLINE V Pick(const Window<kWide>& w, VMask mask, V index) {
 constexpr VMask kLaneBytes = 0x1111111111111111, kPairBytes = 0x5555555555555555;
 
 template <bool kWide>
-PQ_INLINE void ExpandLinear(const Blocks& blocks, const u8* row, u16* out) {
+PQ_INLINE void ExpandLinear(const Blocks blocks, const u8* row, u16* out) {
   for (int b = 0; b < blocks.count; ++b) {
     const V pairs = Pick(LoadWindow<kWide>(blocks, row, b), kPairBytes, Load(blocks.index + std::ptrdiff_t{b} * 64));
     const V sum = Add32(PairSum32(pairs, Load(blocks.weights + std::ptrdiff_t{b} * kSamples)), Set32(0x80));
@@ -189,7 +189,7 @@ PQ_INLINE void ExpandLinear(const Blocks& blocks, const u8* row, u16* out) {
 }
 
 template <bool kWide, int kChannels>
-PQ_INLINE void ExpandCubic(const Blocks& blocks, const u8* row, float* out) {
+PQ_INLINE void ExpandCubic(const Blocks blocks, const u8* row, float* out) {
   for (int b = 0; b < blocks.count; ++b) {
     const Window<kWide> window = LoadWindow<kWide>(blocks, row, b);
     const V index = Load(blocks.index + std::ptrdiff_t{b} * 64);
@@ -209,7 +209,7 @@ PQ_INLINE void ExpandCubic(const Blocks& blocks, const u8* row, float* out) {
 }
 
 template <bool kWide, int kChannels>
-PQ_INLINE void ExpandLanczos(const Blocks& blocks, const u8* row, float* out) {
+PQ_INLINE void ExpandLanczos(const Blocks blocks, const u8* row, float* out) {
   for (int b = 0; b < blocks.count; ++b) {
     const Window<kWide> window = LoadWindow<kWide>(blocks, row, b);
     V index = Load(blocks.index + std::ptrdiff_t{b} * 64);
@@ -377,7 +377,13 @@ PQ_INLINE void ExpandLanczos(const Plan& plan, const Work& work, const float* we
 
 template <int kChannels>
 PQ_INLINE void CopySamples(const Plan& plan, const Work& work, const u8* row, u8* out) {
-  for (int x = 0; x < plan.x.extent; ++x, out += kChannels) {
+  int x = 0;
+  if (kChannels == 3) {  // four bytes a pixel, where the fourth is still in the row
+    for (; x < plan.x.extent - 1 && work.x.index[x] < plan.x.picture - 1; ++x, out += 3) {
+      __builtin_memcpy(out, row + std::ptrdiff_t{work.x.index[x]} * 3, 4);
+    }
+  }
+  for (; x < plan.x.extent; ++x, out += kChannels) {
     const u8* p = row + std::ptrdiff_t{work.x.index[x]} * kChannels;
     if (kChannels == 3) {
       u16 low;
@@ -434,7 +440,7 @@ PQ_INLINE ByteBlocks MakeByteBlocks(const Plan& plan, const Work& work, int chan
 }
 
 template <int kLoads>
-PQ_INLINE void CopyBlocks(const ByteBlocks& blocks, const u8* row, u8* out, std::ptrdiff_t bytes) {
+PQ_INLINE void CopyBlocks(const ByteBlocks blocks, const u8* row, u8* out, std::ptrdiff_t bytes) {
   WriteRow(out, bytes, [&](std::ptrdiff_t i) {
     const u8* p = row + blocks.base[i / 64];
     const V index = Load(blocks.index + i);
@@ -695,9 +701,11 @@ void DrawHalf(const Plan& plan) {
       StoreMasked(out + i, FirstBytes(kBytes), PackWords(low, high));
     }
 #endif
-    for (; i < samples; ++i) {
-      const std::ptrdiff_t at = i / kChannels * 2 * kChannels + i % kChannels;
-      out[i] = static_cast<u8>((a[at] + a[at + kChannels] + b[at] + b[at + kChannels] + 2) >> 2);
+    for (; i < samples; i += kChannels) {
+      const u8 *p = a + 2 * i, *q = b + 2 * i;
+      for (int c = 0; c < kChannels; ++c) {
+        out[i + c] = static_cast<u8>((p[c] + p[c + kChannels] + q[c] + q[c + kChannels] + 2) >> 2);
+      }
     }
   }
 }
@@ -746,34 +754,63 @@ static __attribute__((noinline)) void FusedAreaRows(const Plan& plan, const resi
   }
 }
 
+// The weights of the columns, `taps` for each pixel and 0 behind a cell's end, so that every pixel takes the same
+// steps. taps is 0 where cells are too wide for that.
+constexpr int kMostTaps = 16;
+struct AreaTaps {
+  int taps;
+  float* weights;
+};
+PQ_INLINE int AreaTapCount(const Plan& plan, int channels) {
+  const double step = 1 / plan.x.factor;
+  if (!(step < kMostTaps - 2)) return 0;
+  const int taps = static_cast<int>(step) + 2;
+  return channels == 3 ? taps : (taps + 3) / 4 * 4;
+}
+
 // Columns of these sums: floats of the result, not yet multiplied by the factors.
 template <int kChannels>
-PQ_INLINE void AreaColumns(const Plan& plan, const Work& work, const float* sums, float* out) {
-  for (int x = 0; x < plan.x.extent; ++x) {
-    const resize::Cell& cell = work.x.cells[x];
-    const float* p = sums + std::ptrdiff_t{cell.first - plan.x.first} * kChannels;
-    const float first = static_cast<float>(cell.first_weight), last = static_cast<float>(cell.last_weight);
-    if (kChannels == 3) {  // four lanes, the last idle
-      __m128 sum = _mm_mul_ps(_mm_set1_ps(first), _mm_loadu_ps(p));
-      for (int k = cell.first + 1; k < cell.last; ++k) sum = _mm_add_ps(sum, _mm_loadu_ps(p += 3));
-      if (cell.last > cell.first) sum = _mm_fmadd_ps(_mm_set1_ps(last), _mm_loadu_ps(p + 3), sum);
+PQ_INLINE void AreaColumns(const Plan& plan, const Work& work, const AreaTaps table, const float* sums, float* out) {
+  const int taps = table.taps;
+  const float* w = table.weights;
+  const auto at = [&](int x) { return sums + std::ptrdiff_t{work.x.cells[x].first - plan.x.first} * kChannels; };
+  if (taps == 0) {
+    for (int x = 0; x < plan.x.extent; ++x) {
+      const resize::Cell& cell = work.x.cells[x];
+      for (int c = 0; c < kChannels; ++c) {
+        const float* p = at(x) + c;
+        float sum = static_cast<float>(cell.first_weight) * *p;
+        for (int k = cell.first + 1; k < cell.last; ++k) sum += *(p += kChannels);
+        if (cell.last > cell.first) sum += static_cast<float>(cell.last_weight) * p[kChannels];
+        *out++ = sum;
+      }
+    }
+  } else if (kChannels == 3) {  // four lanes, the last idle
+    for (int x = 0; x < plan.x.extent; ++x, w += taps, out += 3) {
+      const float* p = at(x);
+      __m128 sum = _mm_mul_ps(_mm_broadcast_ss(w), _mm_loadu_ps(p));
+      for (int k = 1; k < taps; ++k) sum = _mm_fmadd_ps(_mm_broadcast_ss(w + k), _mm_loadu_ps(p + 3 * k), sum);
       _mm_storeu_ps(out, sum);
-      out += 3;
-    } else {
-      float sum = first * *p;
-      for (int k = cell.first + 1; k < cell.last; ++k) sum += *++p;
-      if (cell.last > cell.first) sum = __builtin_fmaf(last, p[1], sum);
-      *out++ = sum;
+    }
+  } else {  // four taps a vector, four pixels at a time; the table goes on behind the last pixel
+    for (int x = 0; x < plan.x.extent; x += 4, out += 4) {
+      __m128 sum[4];
+      for (int j = 0; j < 4; ++j, w += taps) {
+        const float* p = at(x + j < plan.x.extent ? x + j : x);
+        sum[j] = _mm_mul_ps(_mm_loadu_ps(w), _mm_loadu_ps(p));
+        for (int k = 4; k < taps; k += 4) sum[j] = _mm_fmadd_ps(_mm_loadu_ps(w + k), _mm_loadu_ps(p + k), sum[j]);
+      }
+      _mm_storeu_ps(out, _mm_hadd_ps(_mm_hadd_ps(sum[0], sum[1]), _mm_hadd_ps(sum[2], sum[3])));
     }
   }
 }
-static __attribute__((noinline)) void FusedAreaColumns3(const Plan& plan, const Work& work, const float* sums,
-                                                        float* out) {
-  AreaColumns<3>(plan, work, sums, out);
+static __attribute__((noinline)) void FusedAreaColumns3(const Plan& plan, const Work& work, const AreaTaps table,
+                                                        const float* sums, float* out) {
+  AreaColumns<3>(plan, work, table, sums, out);
 }
-static __attribute__((noinline)) void FusedAreaColumns1(const Plan& plan, const Work& work, const float* sums,
-                                                        float* out) {
-  AreaColumns<1>(plan, work, sums, out);
+static __attribute__((noinline)) void FusedAreaColumns1(const Plan& plan, const Work& work, const AreaTaps table,
+                                                        const float* sums, float* out) {
+  AreaColumns<1>(plan, work, table, sums, out);
 }
 
 namespace {
@@ -797,12 +834,24 @@ void DrawArea(const Plan& plan, const Work& work, AreaLimits limits) {
   const std::ptrdiff_t samples = std::ptrdiff_t{plan.x.extent} * kChannels;
   float* const sums = reinterpret_cast<float*>(work.rows);
   float* const line = reinterpret_cast<float*>(work.extra);
+  const AreaTaps table{AreaTapCount(plan, kChannels), line + ((samples + 64 + 15) & ~std::ptrdiff_t{15})};
+  for (int x = 0; table.taps > 0 && x < plan.x.extent; ++x) {
+    const resize::Cell& cell = work.x.cells[x];
+    float* const w = table.weights + std::ptrdiff_t{x} * table.taps;
+    for (int k = 0; k < table.taps; ++k) w[k] = cell.first + k < cell.last ? 1.0f : 0.0f;
+    if (cell.last > cell.first) w[cell.last - cell.first] = static_cast<float>(cell.last_weight);
+    w[0] = static_cast<float>(cell.first_weight);
+  }
+  if (table.taps > 0) {  // what the last vectors read beyond the table and the sums
+    for (int k = 0; k < 4 * kMostTaps; ++k) table.weights[std::ptrdiff_t{plan.x.extent} * table.taps + k] = 0;
+  }
+  for (int k = 0; k < 64; ++k) sums[std::ptrdiff_t{plan.x.n} * kChannels + k] = 0;
   const double norm = plan.x.factor * plan.y.factor;
   const F scale = SetF(static_cast<float>(norm)), half = SetF(0.5f);
   const float doubt_from = 0.5f - limits.doubt;
   for (int y = 0; y < plan.y.extent; ++y) {
     FusedAreaRows(plan, work.y.cells[y], kChannels, sums);
-    (kChannels == 3 ? FusedAreaColumns3 : FusedAreaColumns1)(plan, work, sums, line);
+    (kChannels == 3 ? FusedAreaColumns3 : FusedAreaColumns1)(plan, work, table, sums, line);
     WriteRow(ResultAt(plan, y), samples, [&](std::ptrdiff_t i) {
       V q[4];
       F doubt[4];
@@ -870,7 +919,7 @@ PQ_INLINE IppStatus Draw(const Plan& plan) {
   } else {
     rows = 1;
     row_bytes = (std::int64_t{plan.x.n} * kChannels + 64) * 4;
-    extra = (samples + 64) * 4;
+    extra = (samples + 96 + std::int64_t{AreaTapCount(plan, kChannels)} * plan.x.extent + 4 * kMostTaps) * 4;
   }
   Work work;
   if (!resize::MakeWork(work, plan, rows, row_bytes, extra)) return ippStsMemAllocErr;
