@@ -3,8 +3,9 @@
 // to a rounding are computed again in doubles.
 //
 // t7 expands a source row in blocks of 16 samples of the result: what a block needs lies within 64 or 128 bytes of the
-// row (from a table, once a call), and byte permutations bring each tap to its lane. Where more lies under a block, and
-// on a6 and w7, rows are expanded sample by sample; columns are vectors everywhere.
+// row (from a table, once a call), and byte permutations bring each tap to its lane; where more lies under a block,
+// rows are expanded sample by sample. a6 and w7 expand two pixels of three channels a vector, or fetch the taps of one
+// channel first and compute eight samples at once. Columns are vectors everywhere.
 
 // gcc 12 takes the undefined vectors inside its own AVX-512 headers for a mistake of the caller.
 #pragma GCC diagnostic ignored "-Wuninitialized"
@@ -180,11 +181,21 @@ PQ_INLINE V Pick(const Window<kWide>& w, VMask mask, V index) {
 constexpr VMask kLaneBytes = 0x1111111111111111, kPairBytes = 0x5555555555555555;
 
 template <bool kWide>
+PQ_INLINE V LinearSums(const Blocks blocks, const u8* row, int b) {
+  const V pairs = Pick(LoadWindow<kWide>(blocks, row, b), kPairBytes, Load(blocks.index + std::ptrdiff_t{b} * 64));
+  return Add32(PairSum32(pairs, Load(blocks.weights + std::ptrdiff_t{b} * kSamples)), Set32(0x80));
+}
+
+// Two blocks at once; the middle two bytes of each sum are the sum shifted right by 8.
+template <bool kWide>
 PQ_INLINE void ExpandLinear(const Blocks blocks, const u8* row, u16* out) {
-  for (int b = 0; b < blocks.count; ++b) {
-    const V pairs = Pick(LoadWindow<kWide>(blocks, row, b), kPairBytes, Load(blocks.index + std::ptrdiff_t{b} * 64));
-    const V sum = Add32(PairSum32(pairs, Load(blocks.weights + std::ptrdiff_t{b} * kSamples)), Set32(0x80));
-    Store(out + std::ptrdiff_t{b} * kSamples, _mm512_cvtepi32_epi16(_mm512_srli_epi32(sum, 8)));
+  alignas(64) u8 middle[64];
+  for (int i = 0; i < 64; ++i) middle[i] = static_cast<u8>(i / 2 * 4 + i % 2 + 1);
+  const V order = Load(middle);
+  for (int b = 0; b < blocks.count; b += 2) {
+    const V second = LinearSums<kWide>(blocks, row, b + 1 < blocks.count ? b + 1 : b);
+    Store(out + std::ptrdiff_t{b} * kSamples,
+          _mm512_permutex2var_epi8(LinearSums<kWide>(blocks, row, b), order, second));
   }
 }
 
@@ -288,9 +299,11 @@ PQ_INLINE void StoreTwo(float* out, F v) {
 // Calls body(x, p, q) for pairs of pixels; an odd last pixel is its own partner and writes one pixel beyond the row.
 template <class Body>
 PQ_INLINE void WalkPairs(const Plan& plan, const Work& work, const u8* row, Body body) {
-  for (int x = 0; x < plan.x.extent; x += 2) {
-    const int second = x + 1 < plan.x.extent ? x + 1 : x;
-    body(x, row + std::ptrdiff_t{work.x.index[x]} * 3, row + std::ptrdiff_t{work.x.index[second]} * 3);
+  const int* const index = work.x.index;
+  const int extent = plan.x.extent;
+  for (int x = 0; x < extent; x += 2) {
+    const int second = x + 1 < extent ? x + 1 : x;
+    body(x, row + std::ptrdiff_t{index[x]} * 3, row + std::ptrdiff_t{index[second]} * 3);
   }
 }
 
@@ -299,10 +312,12 @@ PQ_INLINE void WalkPairs(const Plan& plan, const Work& work, const u8* row, Body
 template <int kFirst, int kSecond, class Body>
 PQ_INLINE void WalkFetched(const Plan& plan, const Work& work, const u8* row, Body body) {
   alignas(32) u8 first[kFetch * 4] = {}, second[kFetch * 4] = {};
-  for (int x = 0; x < plan.x.extent; x += kFetch) {
-    const int count = plan.x.extent - x < kFetch ? plan.x.extent - x : kFetch;
+  const int* const index = work.x.index;
+  const int extent = plan.x.extent;
+  for (int x = 0; x < extent; x += kFetch) {
+    const int count = extent - x < kFetch ? extent - x : kFetch;
     for (int i = 0; i < count; ++i) {
-      const u8* p = row + work.x.index[x + i];
+      const u8* p = row + index[x + i];
       __builtin_memcpy(first + i * 4, p, kFirst);
       if (kSecond > 0) __builtin_memcpy(second + i * 4, p + kFirst, kSecond);
     }
@@ -377,14 +392,16 @@ PQ_INLINE void ExpandLanczos(const Plan& plan, const Work& work, const float* we
 
 template <int kChannels>
 PQ_INLINE void CopySamples(const Plan& plan, const Work& work, const u8* row, u8* out) {
+  const int* const index = work.x.index;
+  const int extent = plan.x.extent, last = plan.x.picture - 1;
   int x = 0;
   if (kChannels == 3) {  // four bytes a pixel, where the fourth is still in the row
-    for (; x < plan.x.extent - 1 && work.x.index[x] < plan.x.picture - 1; ++x, out += 3) {
-      __builtin_memcpy(out, row + std::ptrdiff_t{work.x.index[x]} * 3, 4);
+    for (; x < extent - 1 && index[x] < last; ++x, out += 3) {
+      __builtin_memcpy(out, row + std::ptrdiff_t{index[x]} * 3, 4);
     }
   }
-  for (; x < plan.x.extent; ++x, out += kChannels) {
-    const u8* p = row + std::ptrdiff_t{work.x.index[x]} * kChannels;
+  for (; x < extent; ++x, out += kChannels) {
+    const u8* p = row + std::ptrdiff_t{index[x]} * kChannels;
     if (kChannels == 3) {
       u16 low;
       __builtin_memcpy(&low, p, 2);
@@ -773,10 +790,12 @@ template <int kChannels>
 PQ_INLINE void AreaColumns(const Plan& plan, const Work& work, const AreaTaps table, const float* sums, float* out) {
   const int taps = table.taps;
   const float* w = table.weights;
-  const auto at = [&](int x) { return sums + std::ptrdiff_t{work.x.cells[x].first - plan.x.first} * kChannels; };
+  const resize::Cell* const cells = work.x.cells;
+  const int extent = plan.x.extent, left = plan.x.first;
+  const auto at = [=](int x) { return sums + std::ptrdiff_t{cells[x].first - left} * kChannels; };
   if (taps == 0) {
-    for (int x = 0; x < plan.x.extent; ++x) {
-      const resize::Cell& cell = work.x.cells[x];
+    for (int x = 0; x < extent; ++x) {
+      const resize::Cell& cell = cells[x];
       for (int c = 0; c < kChannels; ++c) {
         const float* p = at(x) + c;
         float sum = static_cast<float>(cell.first_weight) * *p;
@@ -786,17 +805,17 @@ PQ_INLINE void AreaColumns(const Plan& plan, const Work& work, const AreaTaps ta
       }
     }
   } else if (kChannels == 3) {  // four lanes, the last idle
-    for (int x = 0; x < plan.x.extent; ++x, w += taps, out += 3) {
+    for (int x = 0; x < extent; ++x, w += taps, out += 3) {
       const float* p = at(x);
       __m128 sum = _mm_mul_ps(_mm_broadcast_ss(w), _mm_loadu_ps(p));
       for (int k = 1; k < taps; ++k) sum = _mm_fmadd_ps(_mm_broadcast_ss(w + k), _mm_loadu_ps(p + 3 * k), sum);
       _mm_storeu_ps(out, sum);
     }
   } else {  // four taps a vector, four pixels at a time; the table goes on behind the last pixel
-    for (int x = 0; x < plan.x.extent; x += 4, out += 4) {
+    for (int x = 0; x < extent; x += 4, out += 4) {
       __m128 sum[4];
       for (int j = 0; j < 4; ++j, w += taps) {
-        const float* p = at(x + j < plan.x.extent ? x + j : x);
+        const float* p = at(x + j < extent ? x + j : x);
         sum[j] = _mm_mul_ps(_mm_loadu_ps(w), _mm_loadu_ps(p));
         for (int k = 4; k < taps; k += 4) sum[j] = _mm_fmadd_ps(_mm_loadu_ps(w + k), _mm_loadu_ps(p + k), sum[j]);
       }
