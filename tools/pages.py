@@ -80,11 +80,11 @@ def make_pictures(program, name, shown):
         first = f"TPQASFPlayer Name=clip FileName='{CLIP}'"
         line = entry["line"]
         if "numbers" in entry:
-            line = f"{first} ! {FRAME} ! {line} ! numbers /dev/null Plot='{target}'"
+            line = f"{first} ! {FRAME} ! {line} ! numbers FileName=/dev/null Plot='{target}'"
         else:
             part = f"{target.with_suffix('')}-%d.jpg"
             line = f"{first} ! {FRAME} ! {line + ' ! ' if line else ''}frames '{part}'"
-        run(program, "run", "--quiet", "--overwrite", "--from", "4s", "--frames", "1", line)
+        run(program, "run", "--quiet", "--overwrite", "--from", "9s", "--frames", "1", line)
         made = IMAGES / f"{name}-{index}-0.jpg"
         if made.exists():
             made.replace(target)

@@ -126,8 +126,8 @@ void CheckFiles(std::span<TComponent* const> components, bool overwrite, std::ve
   }
   for (const NamedFile& file : files) {
     if (file.use != PQFileUse::Write) continue;
-    const auto* sink = PQCast<ProgramSink>(file.component);
-    if (sink != nullptr && sink->WritesToStandardOutput()) {
+    const bool sink = PQCast<ProgramSink>(file.component) != nullptr;
+    if (sink && file.name == "-") {
       if (const auto [first, fresh] = outputs.emplace(Identity{{0, 0}, "-"}, &file); !fresh) {
         faults.push_back(FaultOf(
             file, "standard output is written by " + first->second->component->GetName() + " already", "another file"));

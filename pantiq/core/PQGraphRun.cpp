@@ -82,7 +82,8 @@ struct PQGraphRun::Impl {
     Node* node = nullptr;
     TJCPin* pin = nullptr;
     Node* source = nullptr;  // the source that feeds it directly; null otherwise
-    bool at_sink = false, image = false;
+    bool at_sink = false;
+    bool counted = false;  // its buffers are the frames that a run counts: pictures, or blocks of numbers
     std::atomic<bool> pumped{false};  // this run is the master of its pump
     std::atomic<bool> started{false}, stopped{false}, full{false};
     std::atomic<std::int64_t> frames{0}, buffers{0}, first{-1}, position{0};
@@ -95,7 +96,7 @@ struct PQGraphRun::Impl {
         started.store(true);
         stopped.store(false);
       } else if (auto* request = JCOperation<TJCPumpRequestOperation>(op)) {
-        if (at_sink && image && run->may_pump && request->Kind != 3) {
+        if (at_sink && counted && run->may_pump && request->Kind != 3) {
           request->Master = run, request->Kind = 3, request->Level = 0;
         }
       }
@@ -107,7 +108,7 @@ struct PQGraphRun::Impl {
       if (run->options.measure) EndTiming();
       if (JCOperation<TJCSuppliedBufferOperation>(op) != nullptr) {
         node->frames.fetch_add(1, std::memory_order_relaxed);
-        if (at_sink && image && run->options.frames > 0 && frames.load() >= run->options.frames) {
+        if (at_sink && counted && run->options.frames > 0 && frames.load() >= run->options.frames) {
           full.store(true);
           run->Wake();
         }
@@ -135,10 +136,10 @@ struct PQGraphRun::Impl {
           run->Wake();
           return false;
         }
-        if (!image && run->ImagesFull(*node)) return false;
+        if (!counted && run->ImagesFull(*node)) return false;
         position.store(std::max(position.load(), stamp->GetEnd()));
       }
-      (image ? frames : buffers).fetch_add(1);
+      (counted ? frames : buffers).fetch_add(1);
       return true;
     }
   };
@@ -180,7 +181,7 @@ struct PQGraphRun::Impl {
   bool ImagesFull(const Node& node) const {
     bool any = false;
     for (const auto& input : inputs) {
-      if (input->node != &node || !input->image) continue;
+      if (input->node != &node || !input->counted) continue;
       any = true;
       if (!input->full.load()) return false;
     }
@@ -225,7 +226,7 @@ struct PQGraphRun::Impl {
         input->node = node.get();
         input->pin = pin;
         input->at_sink = node->IsSink();
-        input->image = pin->Tag().Is(TPQJCImageSinkPin::kTag);
+        input->counted = pin->Tag().Is(TPQJCImageSinkPin::kTag) || pin->Tag().Is(TRWJCComboRealSinkPin::kTag);
         const TJCPin* peer = pin->GetSourcePin();
         Node* up = peer != nullptr ? FindNode(peer->GetOwnerComponent()) : nullptr;
         if (up != nullptr && up->IsSource()) input->source = up;
@@ -299,7 +300,7 @@ struct PQGraphRun::Impl {
   bool SinksFull() const {
     bool any = false;
     for (const auto& input : inputs) {
-      if (!input->at_sink || !input->image) continue;
+      if (!input->at_sink || !input->counted) continue;
       any = true;
       if (!input->full.load()) return false;
     }

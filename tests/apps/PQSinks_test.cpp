@@ -16,6 +16,7 @@
 #include "sinks/FramesSink.h"
 #include "sinks/Hash.h"
 #include "sinks/NumbersSink.h"
+#include "sinks/Plot.h"
 #include "sinks/Y4mSink.h"
 
 namespace pantiq::app {
@@ -252,6 +253,48 @@ TEST(JoinWords, GivesValuesTheirQuotesBack) {
       {{"TPQCrop", "Region.Left=3", "! checksum"}, "TPQCrop Region.Left=3 ! checksum"},
   };
   for (const Case& c : cases) EXPECT_EQ(JoinWords(c.words), c.line);
+}
+
+// Blue dots in a column of pixels.
+int Blue(TPicture& picture, int x) {
+  const auto bitmap = picture.GetSnapshot();
+  int count = 0;
+  for (int y = 0; y < bitmap->GetHeight(); ++y) {
+    const std::uint8_t* pixel = bitmap->Row(y) + 3 * x;
+    count += pixel[0] == 0xa8 && pixel[1] == 0x5f && pixel[2] == 0x1f;
+  }
+  return count;
+}
+
+TEST(Plot, BarsShowTheMeanOfAllBlocks) {
+  Plot plot;
+  for (int i = 0; i < 4; ++i) plot.Add(std::vector<double>{0, i * 2.0, std::nan(""), 6});
+  TPicture picture;
+  plot.Draw(true, picture);
+  EXPECT_LE(Blue(picture, 100), 1) << "0: the axis stands on it";
+  EXPECT_NEAR(Blue(picture, 330), 356 / 2, 2) << "a mean of 3 where the highest is 6";
+  EXPECT_LE(Blue(picture, 500), 1) << "no number";
+  EXPECT_NEAR(Blue(picture, 700), 356, 2);
+}
+
+TEST(Plot, LongTracesStayBoundedAndShowTheirPeaks) {
+  Plot plot;
+  std::vector<double> block(1000, 1.0);
+  for (int i = 0; i < 1000; ++i) {
+    block[500] = i == 500 ? 10 : 1;
+    plot.Add(block);
+  }
+  TPicture picture;
+  plot.Draw(false, picture);
+  int high = 0;
+  for (int x = 80; x < 780; ++x) high += Blue(picture, x) > 300;
+  EXPECT_GE(high, 1);
+  EXPECT_LE(high, 3);
+  Plot().Draw(false, picture);  // nothing to draw
+  Plot nothing;
+  nothing.Add(std::vector<double>{std::nan(""), INFINITY});
+  nothing.Draw(true, picture);
+  nothing.Draw(false, picture);
 }
 
 }  // namespace

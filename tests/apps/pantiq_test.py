@@ -246,6 +246,17 @@ class Runs(Case):
                 self.assertLess(abs(frame[k] - luma), 0.51)
                 self.assertLess(abs(frame[plane + k] - min(128 + (b - luma) / 1.772, 255)), 0.51)
 
+    def test_numbers_are_limited_and_drawn(self):
+        done = self.pantiq("run", "--frames", "3", f"{GEN} ! TPQHistogram UpperLevel=3 ! numbers Plot='h.png'")
+        rows = done.out.splitlines()
+        self.assertEqual(rows[0], "number,time,0,1,2,3")
+        self.assertEqual(len(rows), 4)
+        self.assertEqual(self.read("h.png")[:8], b"\x89PNG\r\n\x1a\n")
+        width, height = struct.unpack_from(">II", self.read("h.png"), 16)
+        self.assertEqual((width, height), (800, 400))
+        self.refused("run", f"{GEN} ! TPQHistogram ! numbers Plot='h.txt'", says="none of .png")
+        self.refused("run", f"{GEN} ! TPQHistogram ! numbers Plot='h.png'", says="h.png")  # it is there
+
     def test_limits(self):
         self.assertEqual(len(self.pantiq("run", "--frames", "7", f"{GEN} ! checksum").out.splitlines()), 7)
         self.assertEqual(len(self.pantiq("run", "--seconds", "400ms", f"{GEN} Rate=10 ! checksum").out.splitlines()), 4)

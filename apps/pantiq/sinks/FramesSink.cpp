@@ -66,6 +66,13 @@ PQStatus NamePattern::Parse(std::string_view text, NamePattern& pattern) {
   return found ? PQStatus() : PQStatus(PQCode::BadValue, "no %d form, so that every frame would have the same name");
 }
 
+bool IsPictureName(const std::string& name) {
+  std::string ending = std::filesystem::path(name).extension().string();
+  std::transform(ending.begin(), ending.end(), ending.begin(),
+                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
+  return ending == ".png" || ending == ".jpg" || ending == ".jpeg" || ending == ".bmp";
+}
+
 PQStatus FramesSink::SetFileName(const std::string& name) {
   const auto refuse = [&](const std::string& why) {
     return PQStatus(PQCode::BadValue, "'" + name + "': " + why + "; a pattern is like 'out-%04d.png'");
@@ -73,12 +80,7 @@ PQStatus FramesSink::SetFileName(const std::string& name) {
   NamePattern pattern;
   if (PQStatus status = NamePattern::Parse(name, pattern); !status.Ok()) return refuse(status.Text());
   if (pattern.after.find('/') != std::string::npos) return refuse("the %d form stands in a folder's name");
-  std::string ending = std::filesystem::path(name).extension().string();
-  std::transform(ending.begin(), ending.end(), ending.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; });
-  if (ending != ".png" && ending != ".jpg" && ending != ".jpeg" && ending != ".bmp") {
-    return refuse("the ending is none of .png, .jpg, .jpeg, .bmp");
-  }
+  if (!IsPictureName(name)) return refuse("the ending is none of .png, .jpg, .jpeg, .bmp");
   return ImageSink::SetFileName(name);
 }
 

@@ -41,4 +41,7 @@ class FramesSink final : public ImageSink {
   PQStatus Stop() override { return {}; }
 };
 
+// Whether the name ends like a picture file that can be written: .png, .jpg, .jpeg, .bmp.
+bool IsPictureName(const std::string& name);
+
 }  // namespace pantiq::app

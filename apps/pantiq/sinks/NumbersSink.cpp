@@ -2,6 +2,8 @@
 
 #include <charconv>
 
+#include "FramesSink.h"
+
 namespace pantiq::app {
 namespace {
 
@@ -47,9 +49,13 @@ std::string NumbersSink::GetPlot() const {
   return plot_name_;
 }
 
-void NumbersSink::SetPlot(const std::string& name) {
+PQStatus NumbersSink::SetPlot(const std::string& name) {
+  if (!name.empty() && !IsPictureName(name)) {
+    return PQStatus(PQCode::BadValue, "'" + name + "': the ending is none of .png, .jpg, .jpeg, .bmp");
+  }
   auto section = Lock().WriteLock();
   plot_name_ = name;
+  return {};
 }
 
 PQStatus NumbersSink::Start(TJCStartOperation& op) {

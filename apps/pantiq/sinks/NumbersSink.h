@@ -32,7 +32,7 @@ class NumbersSink final : public ProgramSink {
 
   // A picture file: .png, .jpg, .jpeg or .bmp. Empty: none.
   std::string GetPlot() const;
-  void SetPlot(const std::string& name);
+  PQStatus SetPlot(const std::string& name);
   NumbersPlot GetPlotKind() const { return plot_kind_.load(std::memory_order_relaxed); }
   void SetPlotKind(NumbersPlot kind) { plot_kind_.store(kind, std::memory_order_relaxed); }
 
