@@ -58,6 +58,11 @@ PQ_INLINE V PackInts(V a, V b, V c, V d) {
 }
 #endif
 
+// Not by a maximum: lanes behind a row's end may hold anything, and what is not a number would hide its neighbours.
+PQ_INLINE bool AnyAbove(const F (&v)[4], float limit) {
+  return (Above(v[0], limit) | Above(v[1], limit) | Above(v[2], limit) | Above(v[3], limit)) != 0;
+}
+
 PQ_INLINE const u8* RowAt(const Plan& plan, int y) { return plan.base + y * plan.src_step; }
 PQ_INLINE u8* ResultAt(const Plan& plan, int y) { return plan.dst + y * plan.dst_step; }
 
@@ -632,8 +637,7 @@ constexpr float kLanczosDoubt = 0.5f - 2.5e-4f;
       q[k] = Clamped(Add(sum, half));
     }
     V bytes = PackInts(q[0], q[1], q[2], q[3]);
-    const F most = PQ_SI(max_ps)(PQ_SI(max_ps)(doubt[0], doubt[1]), PQ_SI(max_ps)(doubt[2], doubt[3]));
-    if (__builtin_expect(Above(most, kLanczosDoubt) != 0, 0)) {
+    if (__builtin_expect(AnyAbove(doubt, kLanczosDoubt), 0)) {
       alignas(64) u8 exact[kV];
       Store(exact, bytes);
       for (int k = 0; k < 4; ++k) {
@@ -880,8 +884,7 @@ void DrawArea(const Plan& plan, const Work& work, AreaLimits limits) {
         q[k] = Clamped(Add(v, half));
       }
       V bytes = PackInts(q[0], q[1], q[2], q[3]);
-      const F most = PQ_SI(max_ps)(PQ_SI(max_ps)(doubt[0], doubt[1]), PQ_SI(max_ps)(doubt[2], doubt[3]));
-      if (__builtin_expect(Above(most, doubt_from) != 0, 0)) {
+      if (__builtin_expect(AnyAbove(doubt, doubt_from), 0)) {
         alignas(64) u8 again[kV];
         Store(again, bytes);
         for (int k = 0; k < 4; ++k) {

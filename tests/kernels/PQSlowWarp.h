@@ -48,7 +48,8 @@ inline Locate LocateByMatrix(const double (&m)[3][3]) {
   };
 }
 
-// The same for the bilinear form, by Newton's iteration from the middle of the rectangle.
+// The same for the bilinear form, by Newton's iteration from the middle of the rectangle; nothing where it does not
+// settle.
 inline Locate LocateByForm(const double (&f)[2][4], TPQImageRect rect) {
   std::vector<Real> k(&f[0][0], &f[0][0] + 8);
   return [k, rect](int x, int y) -> std::optional<Spot> {
@@ -61,9 +62,9 @@ inline Locate LocateByForm(const double (&f)[2][4], TPQImageRect rect) {
       const Real du = (rx * yv - ry * xv) / det, dv = (xu * ry - yu * rx) / det;
       u -= du;
       v -= dv;
-      if (std::fabs(du) + std::fabs(dv) < 1e-15L) break;
+      if (std::fabs(du) + std::fabs(dv) < 1e-12L) return Spot{u, v};
     }
-    return Spot{u, v};
+    return std::nullopt;
   };
 }
 
