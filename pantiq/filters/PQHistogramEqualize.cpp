@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "pantiq/host/PQRegistry.h"
+#include "pantiq/kernels/PQBaseKernels.h"
 #include "pantiq/kernels/PQConvDispatcher.h"
 #include "pantiq/kernels/PQDispatcher.h"
 
@@ -48,8 +49,8 @@ void TPQHistogramEqualize::GrayScaleOperation(const PQImageRef& in, PQImageRef& 
   const std::int64_t n = std::int64_t{size.width} * size.height;
   MakeTable(counts, static_cast<double>(n), table);
   std::uint8_t* destination = out->Write();
+  PQTable_8u_C1R(source, in->GetStep(), destination, out->GetStep(), size, table);
   destination[0] = source[0];
-  for (std::int64_t i = 1; i < n; ++i) destination[i] = table[source[i]];
 }
 
 void TPQHistogramEqualize::RGBOperation(const PQImageRef& in, PQImageRef& out) {

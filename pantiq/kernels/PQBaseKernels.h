@@ -72,6 +72,8 @@ PQ_EXPORT IppStatus ippiNot_8u_C3IR PQ_PARAMS_InPlace;     // 255 - srcDst
 PQ_EXPORT IppStatus ippiColorTwist32f_8u_C3IR PQ_PARAMS_TwistInPlace;
 // Counts samples between given levels, channel by channel: the manual is PQPoint.h.
 PQ_EXPORT IppStatus ippiHistogramRange_8u_C3R PQ_PARAMS_HistogramRange;
+// Every sample of one channel through a table of 256 bytes: the manual is PQPoint.h.
+PQ_EXPORT IppStatus PQTable_8u_C1R PQ_PARAMS_Table;
 
 // ---- Medians in one line.
 

@@ -18,6 +18,9 @@
 //     inverse: y = x / 4.5 below x = 0.081, otherwise ((x + 0.099) / 1.099)^(1 / 0.45)
 //   Errors as the twist's.
 //
+// PQTable_8u_C1R (src, srcStep, dst, dstStep, roi, table)
+//   Every sample of one channel through the table's 256 bytes. Errors as the twist's.
+//
 // ippiThreshold_LTVal_8u_C3R       (src, srcStep, dst, dstStep, roi, threshold, value)
 // ippiThreshold_GTVal_8u_C3R       (src, srcStep, dst, dstStep, roi, threshold, value)
 // ippiThreshold_LTValGTVal_8u_C3R  (src, srcStep, dst, dstStep, roi, thresholdLT, valueLT, thresholdGT, valueGT)
@@ -84,6 +87,11 @@ static inline IppStatus PQCheckHistogram3(const void* src, int step, IppiSize ro
     if (n[c] < 2) return ippStsHistoNofLevelsErr;
   }
   return PQCheckPoint(src, step, src, step, roi);
+}
+
+static inline IppStatus PQCheckTable(const std::uint8_t* src, int srcStep, const std::uint8_t* dst, int dstStep, IppiSize roi,
+                                     const std::uint8_t* table) {
+  return table == nullptr ? ippStsNullPtrErr : PQCheckPoint(src, srcStep, dst, dstStep, roi);
 }
 
 // What the variants share; defined in PQPoint_px.cpp.

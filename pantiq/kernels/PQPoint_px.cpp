@@ -164,6 +164,16 @@ IppStatus PQ_VARIANT(ippiColorTwist32f_8u_C3IR)(u8* srcDst, int step, IppiSize r
   return Twist(srcDst, step, srcDst, step, roi, twist);
 }
 
+IppStatus PQ_VARIANT(PQTable_8u_C1R)(const u8* src, int srcStep, u8* dst, int dstStep, IppiSize roi, const u8* table) {
+  if (const IppStatus status = PQCheckTable(src, srcStep, dst, dstStep, roi, table)) return status;
+  for (int y = 0; y < roi.height; ++y) {
+    const u8* p = Row(src, srcStep, y);
+    u8* o = Row(dst, dstStep, y);
+    for (int i = 0; i < roi.width; ++i) o[i] = table[p[i]];
+  }
+  return ippStsNoErr;
+}
+
 IppStatus PQ_VARIANT(ippiGammaFwd_8u_C3R)(const u8* src, int srcStep, u8* dst, int dstStep, IppiSize roi) {
   return MapThrough(point::kGammaForward, src, srcStep, dst, dstStep, roi);
 }

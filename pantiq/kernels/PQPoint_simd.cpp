@@ -170,16 +170,17 @@ IppStatus Twist(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi
   return ippStsNoErr;
 }
 
-// ---- Gamma.
+// ---- Gamma and tables.
 
-void MapRows(const u8 (&table)[256], const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) {
+// `bytes` a row, in `rows` rows.
+void MapRows(const u8* table, const u8* src, int src_step, u8* dst, int dst_step, std::ptrdiff_t bytes, int rows) {
   const Table256 t = MakeTable256(table);
   const auto map = [&t](V x) { return LookUp(t, x); };
-  const Extent e = Join(roi, src_step, dst_step);
-  for (int y = 0; y < e.rows; ++y) {
+  if (src_step == bytes && dst_step == bytes) bytes *= rows, rows = 1;
+  for (int y = 0; y < rows; ++y) {
     const u8* p = Row(src, src_step, y);
     u8* o = Row(dst, dst_step, y);
-    std::ptrdiff_t n = e.width * 3;
+    std::ptrdiff_t n = bytes;
 #if PQ_WIDE
     std::ptrdiff_t head = -reinterpret_cast<std::intptr_t>(o) & 63;  // stores are aligned after it
     if (head > n) head = n;
@@ -203,7 +204,7 @@ void MapRows(const u8 (&table)[256], const u8* src, int src_step, u8* dst, int d
 
 IppStatus MapThrough(const u8 (&table)[256], const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi) {
   if (const IppStatus status = PQCheckPoint(src, src_step, dst, dst_step, roi)) return status;
-  MapRows(table, src, src_step, dst, dst_step, roi);
+  MapRows(table, src, src_step, dst, dst_step, std::ptrdiff_t{roi.width} * 3, roi.height);
   return ippStsNoErr;
 }
 
@@ -312,6 +313,12 @@ IppStatus PQ_VARIANT(ippiColorTwist32f_8u_C3R)(const u8* src, int srcStep, u8* d
 
 IppStatus PQ_VARIANT(ippiColorTwist32f_8u_C3IR)(u8* srcDst, int step, IppiSize roi, const float twist[3][4]) {
   return Twist(srcDst, step, srcDst, step, roi, twist);
+}
+
+IppStatus PQ_VARIANT(PQTable_8u_C1R)(const u8* src, int srcStep, u8* dst, int dstStep, IppiSize roi, const u8* table) {
+  if (const IppStatus status = PQCheckTable(src, srcStep, dst, dstStep, roi, table)) return status;
+  MapRows(table, src, srcStep, dst, dstStep, roi.width, roi.height);
+  return ippStsNoErr;
 }
 
 IppStatus PQ_VARIANT(ippiGammaFwd_8u_C3R)(const u8* src, int srcStep, u8* dst, int dstStep, IppiSize roi) {

@@ -142,6 +142,10 @@
 #define PQ_PARAMS_Convert (const int* src, double* dst, int length)
 #define PQ_ARGS_Convert (src, dst, length)
 
+#define PQ_PARAMS_Table \
+  (const std::uint8_t* src, int srcStep, std::uint8_t* dst, int dstStep, IppiSize roi, const std::uint8_t* table)
+#define PQ_ARGS_Table (src, srcStep, dst, dstStep, roi, table)
+
 #define PQ_PARAMS_HistogramRange \
   (const std::uint8_t* src, int step, IppiSize roi, int** hist, int** levels, int* nLevels)
 #define PQ_ARGS_HistogramRange (src, step, roi, hist, levels, nLevels)

@@ -246,6 +246,11 @@ TEST(PQPoint, OrderOfChecks) {
   };
   PQ_FOR_EACH_VARIANT(ippiGammaFwd_8u_C3R, gamma);
   PQ_FOR_EACH_VARIANT(ippiGammaInv_8u_C3R, gamma);
+  PQ_FOR_EACH_VARIANT(PQTable_8u_C1R, [&](auto kernel) {
+    EXPECT_EQ(kernel(a, 1, b, 1, {0, 1}, nullptr), -8);
+    EXPECT_EQ(kernel(a, 0, b, 0, {0, 1}, a), -6);
+    EXPECT_EQ(kernel(a, 1, b, 0, {1, 1}, a), -14);
+  });
   const auto gamma_in_place = [&](auto kernel) {
     EXPECT_EQ(kernel(nullptr, 0, {0, 1}), -8);
     EXPECT_EQ(kernel(a, 0, {0, 1}), -6);
@@ -336,6 +341,13 @@ TEST(PQPoint, VariantsAgree) {
   PQ_CHECK_VARIANTS(ippiGammaInv_8u_C3R, two, image);
   PQ_CHECK_VARIANTS(ippiGammaFwd_8u_C3IR, in_place, own);
   PQ_CHECK_VARIANTS(ippiGammaInv_8u_C3IR, in_place, own);
+  CheckShape gray = two;
+  gray.src_channels = gray.dst_channels = 1;
+  PQ_CHECK_VARIANTS(PQTable_8u_C1R, gray, [](auto kernel, CheckCase& c) {
+    std::uint8_t table[256];
+    c.random.Fill(table, sizeof table);
+    return kernel(c.src[0].data, c.src[0].step, c.dst.data, c.dst.step, c.roi, table);
+  });
   PQ_CHECK_VARIANTS(ippiColorTwist32f_8u_C3R, two, [](auto kernel, CheckCase& c) {
     const Twist t = RandomTwist(c.random);
     return kernel(c.src[0].data, c.src[0].step, c.dst.data, c.dst.step, c.roi, Rows(t));
