@@ -34,7 +34,7 @@ PQ_BENCH(ippiHistogramEven_8u_C1R, 1,
 PQ_BENCH(ippiHistogramEven_8u_C3R, 3,
          kernel(i.src(3), i.SrcStep(3), kRoi, TheCounts().hists, TheCounts().lists, TheCounts().n, TheCounts().lower,
                 TheCounts().upper));
-PQ_BENCH(PQTable_8u_C1R, 1, kernel(i.src(1), i.SrcStep(1), i.dst(1), i.DstStep(1), kRoi, i.src(1)));
+PQ_BENCH(PQTable_8u_C1R, 1, kernel(i.src(1), i.SrcStep(1), i.dst(), i.DstStep(1), kRoi, i.src(1)));
 // The levels that the row before has filled, or zeros: counting costs the same.
 PQ_BENCH(ippiHistogramRange_8u_C3R, 3,
          kernel(i.src(3), i.SrcStep(3), kRoi, TheCounts().hists, TheCounts().lists, TheCounts().n));

@@ -140,46 +140,52 @@ Passes PlanAcross(int width) {
   return plan;
 }
 
-// One row across: n output bytes from n + (width - 1) * 3 bytes of `in`. temp: two buffers of that size. scratch: `in`
-// lies in scratch memory.
+// Some rows across: n output bytes each from n + (width - 1) * 3 bytes of `in`. A pass goes over all of the rows before the
+// next one begins: what was just stored cannot be read at odd offsets until it has left the processor's store queue.
+// temp: 2 * kBatch buffers of the size of an input row. scratch: the input lies in scratch memory.
+constexpr int kBatch = 4;
+
 template <bool kMax>
-void RowAcross(const Passes& plan, int width, const u8* in, bool scratch, u8* out, std::ptrdiff_t n, u8* const* temp) {
+void RowsAcross(const Passes& plan, int width, const u8* const* in, bool scratch, u8* const* out, int rows,
+                std::ptrdiff_t n, u8* const* temp) {
   for (int k = 0; k < plan.count; ++k) {
     const Pass& pass = plan.pass[k];
-    u8* to = k + 1 == plan.count ? out : temp[k & 1];
+    const u8* const* from = k == 0 ? in : temp + kBatch * ((k - 1) & 1);
+    u8* const* to = k + 1 == plan.count ? out : temp + kBatch * (k & 1);
     const std::ptrdiff_t count = n + std::ptrdiff_t{width - pass.length} * 3;
     const std::ptrdiff_t pitch = std::ptrdiff_t{pass.from} * 3, last = std::ptrdiff_t{pass.length - pass.from} * 3;
-    if (scratch && pass.from == 1) {
+    for (int r = 0; r < rows; ++r) {
+      const u8* const row = from[r];
+      if ((scratch || k > 0) && pass.from == 1) {
+        switch (pass.taps) {
+          case 2:
+            AcrossNext<kMax, 2>(row, to[r], count);
+            break;
+          case 3:
+            AcrossNext<kMax, 3>(row, to[r], count);
+            break;
+          case 4:
+            AcrossNext<kMax, 4>(row, to[r], count);
+            break;
+          default:
+            AcrossNext<kMax, 5>(row, to[r], count);
+        }
+        continue;
+      }
       switch (pass.taps) {
         case 2:
-          AcrossNext<kMax, 2>(in, to, count);
+          Across<kMax, 2>(row, to[r], count, pitch, last);
           break;
         case 3:
-          AcrossNext<kMax, 3>(in, to, count);
+          Across<kMax, 3>(row, to[r], count, pitch, last);
           break;
         case 4:
-          AcrossNext<kMax, 4>(in, to, count);
+          Across<kMax, 4>(row, to[r], count, pitch, last);
           break;
         default:
-          AcrossNext<kMax, 5>(in, to, count);
+          Across<kMax, 5>(row, to[r], count, pitch, last);
       }
-      in = to;
-      continue;
     }
-    switch (pass.taps) {
-      case 2:
-        Across<kMax, 2>(in, to, count, pitch, last);
-        break;
-      case 3:
-        Across<kMax, 3>(in, to, count, pitch, last);
-        break;
-      case 4:
-        Across<kMax, 4>(in, to, count, pitch, last);
-        break;
-      default:
-        Across<kMax, 5>(in, to, count, pitch, last);
-    }
-    in = to;
   }
 }
 
@@ -199,13 +205,14 @@ IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize r
   std::ptrdiff_t n = RoundUp((row_bytes + strips - 1) / strips, 64);
   if (n > row_bytes) n = row_bytes;
   const std::ptrdiff_t wide = n + halo, pitch = RoundUp(wide, 64) + 64;
-  const int rows_kept = height == 1 ? 0 : height + 2;
-  if (pitch > 0x7FFFFFFF / (std::int64_t{height} + 4)) return ippStsMemAllocErr;
-  const Scratch64 scratch = MakeScratch64(pitch * (rows_kept + 2));
+  const int rows_kept = height == 1 ? 0 : height + 1 + kBatch;
+  if (pitch > 0x7FFFFFFF / (std::int64_t{height} + 1 + 3 * kBatch)) return ippStsMemAllocErr;
+  const Scratch64 scratch = MakeScratch64(pitch * (rows_kept + 2 * kBatch));
   if (scratch.raw == nullptr) return ippStsMemAllocErr;
   u8* const memory = scratch.data;
-  u8* const temp[2] = {memory, memory + pitch};
-  u8* const kept = memory + 2 * pitch;
+  u8* temp[2 * kBatch];
+  for (int k = 0; k < 2 * kBatch; ++k) temp[k] = memory + k * pitch;
+  u8* const kept = memory + 2 * kBatch * pitch;
   const Passes plan = PlanAcross(mask.width);
 
   for (std::ptrdiff_t x = 0; x < row_bytes; x += n) {
@@ -213,8 +220,12 @@ IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize r
     const u8* const from = src + x;
     u8* const to = dst + x;
     if (height == 1) {
-      for (int y = 0; y < roi.height; ++y) {
-        RowAcross<kMax>(plan, mask.width, RowAt(from, src_step, y), false, RowAt(to, dst_step, y), n, temp);
+      for (int y = 0; y < roi.height; y += kBatch) {
+        const int rows = roi.height - y < kBatch ? roi.height - y : kBatch;
+        const u8* in[kBatch];
+        u8* out[kBatch];
+        for (int r = 0; r < rows; ++r) in[r] = RowAt(from, src_step, y + r), out[r] = RowAt(to, dst_step, y + r);
+        RowsAcross<kMax>(plan, mask.width, in, false, out, rows, n, temp);
       }
       continue;
     }
@@ -233,32 +244,42 @@ IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize r
         }
         DownLow<kMax>(height, rows, out, wide);
         if (mask.width == 1) continue;
-        for (int j = 0; j < count; ++j) {
-          RowAcross<kMax>(plan, mask.width, out[j], true, RowAt(to, dst_step, y + j), n, temp);
+        for (int j = 0; j < count; j += kBatch) {
+          const int batch = count - j < kBatch ? count - j : kBatch;
+          u8* results[kBatch];
+          for (int r = 0; r < batch; ++r) results[r] = RowAt(to, dst_step, y + j + r);
+          RowsAcross<kMax>(plan, mask.width, out + j, true, results, batch, n, temp);
         }
         continue;
       }
       // kept[j]: extreme of the block's rows from j on; kept[height]: of the next block's rows so far.
-      u8 *const running = kept + std::ptrdiff_t{height} * pitch, *const result = running + pitch;
+      u8* const running = kept + std::ptrdiff_t{height} * pitch;
       const u8* above = RowAt(from, src_step, y + height - 1);
       for (int j = height - 2; j >= 0; --j) {
         u8* suffix = kept + std::ptrdiff_t{j} * pitch;
         Pair<kMax>(RowAt(from, src_step, y + j), above, suffix, wide);
         above = suffix;
       }
-      for (int j = 0; j < count; ++j) {
-        const u8* down = kept;
-        if (j > 0) {
+      for (int first = 0; first < count; first += kBatch) {
+        const int batch = count - first < kBatch ? count - first : kBatch;
+        const u8* down[kBatch];
+        u8* results[kBatch];
+        for (int r = 0; r < batch; ++r) {
+          const int j = first + r;
+          results[r] = RowAt(to, dst_step, y + j);
+          down[r] = kept;
+          if (j == 0) continue;
           const u8* next = RowAt(from, src_step, y + height - 1 + j);
           const u8* suffix = j + 1 < height ? kept + std::ptrdiff_t{j} * pitch : RowAt(from, src_step, y + j);
+          u8* const result = mask.width > 1 ? running + (r + 1) * pitch : results[r];
           if (j == 1) __builtin_memcpy(running, next, static_cast<std::size_t>(wide));
-          Advance<kMax>(next, running, suffix, mask.width > 1 ? result : RowAt(to, dst_step, y + j), wide);
-          down = result;
+          Advance<kMax>(next, running, suffix, result, wide);
+          down[r] = result;
         }
         if (mask.width > 1) {
-          RowAcross<kMax>(plan, mask.width, down, true, RowAt(to, dst_step, y + j), n, temp);
-        } else if (j == 0) {
-          __builtin_memcpy(RowAt(to, dst_step, y), kept, static_cast<std::size_t>(n));
+          RowsAcross<kMax>(plan, mask.width, down, true, results, batch, n, temp);
+        } else if (first == 0) {
+          __builtin_memcpy(results[0], kept, static_cast<std::size_t>(n));
         }
       }
     }
