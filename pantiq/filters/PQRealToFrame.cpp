@@ -167,6 +167,7 @@ void TPQRealToFrame::SendFrame() {
     frame->GetTimeStamp().SetAvailable(true);
   }
   ++number_;
+  pumps_ = 0;  // the parts of this frame have asked for the rest of it; it is here
   OutputPin.SubmitBuffer(std::move(frame));
 }
 

@@ -456,6 +456,24 @@ TEST(PQRealToFrame, PumpsDoNotNest) {
   EXPECT_EQ(b.sink.last->Read()[999], 1000 % 256);
 }
 
+// A source that answers a pump with a whole frame in many blocks: each block but the last asks for more, and that must not
+// make the source run on for ever.
+TEST(PQRealToFrame, WhatAFrameAskedForEndsWithIt) {
+  RealBench b;
+  b.filter.SetWidth(4);
+  b.filter.SetHight(3);
+  b.source.Start(50);
+  b.source.answer = [&] {
+    for (int row = 0; row < 3 && b.source.pumps < 100; ++row) b.source.Send({1, 2, 3, 4});
+  };
+  int master = 0;
+  for (int n = 1; n <= 3; ++n) {
+    b.sink.InputPin.MasterPump(&master);
+    EXPECT_EQ(b.source.pumps, n);
+    EXPECT_EQ(b.sink.log.size(), 1u + static_cast<std::size_t>(n)) << "one frame for each pump";
+  }
+}
+
 TEST(PQRealToFrame, GivesBackWhatColorsToRealMade) {
   TestSource source;
   TPQColorsToReal numbers;
