@@ -389,7 +389,7 @@ void TJCPinList::Remove(TJCPin& pin) {
   {
     std::lock_guard guard(mutex_);
     listed = std::erase_if(entries_, [&](const Entry& entry) { return entry.pin == &pin; }) > 0;
-    if (listed) pin.list_ = nullptr;
+    if (listed && pin.list_ == this) pin.list_ = nullptr;
   }
   if (listed && owns_) delete &pin;
 }
@@ -399,7 +399,9 @@ void TJCPinList::Clear() {
   {
     std::lock_guard guard(mutex_);
     entries.swap(entries_);
-    for (const Entry& entry : entries) entry.pin->list_ = nullptr;
+    for (const Entry& entry : entries) {
+      if (entry.pin->list_ == this) entry.pin->list_ = nullptr;  // it may be named by another list
+    }
   }
   if (!owns_) return;
   for (auto entry = entries.rbegin(); entry != entries.rend(); ++entry) delete entry->pin;

@@ -27,6 +27,7 @@ void TPQMultiInput::BeforeDestruction() {
     IntStop();
     pins_.Disconnect();
   }
+  pins_.Clear();  // the descendant frees them before this list dies
   OutputPin.Disconnect();
   TComponent::BeforeDestruction();
 }
