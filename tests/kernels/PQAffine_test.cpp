@@ -107,7 +107,7 @@ void CheckAffine(const char* name3, const char* name1, Draw draw) {
       }
     }
   }
-  EXPECT_GT(drawn_in_all, check::CaseCount() * 30) << "the cases draw too little to mean anything";
+  EXPECT_GT(drawn_in_all, check::CaseCount() * 10) << "the cases draw too little to mean anything";
 }
 
 TEST(PQAffine, RotateEqualsTheSlowForm) {

@@ -145,7 +145,7 @@ void CheckWarp(const char* name3, const char* name1, Draw draw) {
       }
     }
   }
-  EXPECT_GT(drawn_in_all, check::CaseCount() * 100) << "the cases draw too little to mean anything";
+  EXPECT_GT(drawn_in_all, check::CaseCount() * 30) << "the cases draw too little to mean anything";
 }
 
 template <class Kernel, class Coefficients>
