@@ -2,7 +2,7 @@
 # Builds and runs every test: in release (graph tests once per processor variant), under the address and
 # undefined-behaviour sanitizers, and under the thread sanitizer. Installs what is missing.
 #
-#   ./test.sh                     everything (about 20 minutes on 2 cores)
+#   ./test.sh                     everything
 #   ./test.sh release             only these presets (release, asan, tsan, debug)
 #   ./test.sh --long              random sets in full length
 set -uo pipefail

@@ -49,3 +49,24 @@ IppStatus BilinearTransform(TPQImageRect rect, const double (*quad)[2], double* 
 
 }  // namespace warp
 }  // namespace pantiq
+
+// The entries of one variant, all ten: they differ in how a span of three channels or of one is drawn.
+#define PQ_DEFINE_WARPS(draw3, draw1)                                                                                  \
+  IppStatus PQ_VARIANT(ippiGetPerspectiveTransform) PQ_PARAMS_Transform {                                              \
+    return warp::PerspectiveTransform(rect, quad, coeffs);                                                             \
+  }                                                                                                                    \
+  IppStatus PQ_VARIANT(ippiGetBilinearTransform) PQ_PARAMS_Transform {                                                 \
+    return warp::BilinearTransform(rect, quad, coeffs);                                                                \
+  }                                                                                                                    \
+  PQ_DEFINE_WARP(Perspective, false, 3, ippiWarpPerspective_8u_C3R, draw3)                                             \
+  PQ_DEFINE_WARP(Perspective, false, 1, ippiWarpPerspective_8u_C1R, draw1)                                             \
+  PQ_DEFINE_WARP(Perspective, true, 3, ippiWarpPerspectiveBack_8u_C3R, draw3)                                          \
+  PQ_DEFINE_WARP(Perspective, true, 1, ippiWarpPerspectiveBack_8u_C1R, draw1)                                          \
+  PQ_DEFINE_WARP(Bilinear, false, 3, ippiWarpBilinear_8u_C3R, draw3)                                                   \
+  PQ_DEFINE_WARP(Bilinear, false, 1, ippiWarpBilinear_8u_C1R, draw1)                                                   \
+  PQ_DEFINE_WARP(Bilinear, true, 3, ippiWarpBilinearBack_8u_C3R, draw3)                                                \
+  PQ_DEFINE_WARP(Bilinear, true, 1, ippiWarpBilinearBack_8u_C1R, draw1)
+#define PQ_DEFINE_WARP(kind, back, channels, name, draw)                                                               \
+  IppStatus PQ_VARIANT(name) PQ_PARAMS_##kind {                                                                        \
+    return warp::kind(back, channels, draw, src, srcSize, srcStep, srcRoi, dst, dstStep, dstRoi, coeffs, interpolation); \
+  }
