@@ -259,11 +259,12 @@ void Reader::AddOutput(GstPad* pad) {
     description += " ! videoconvert ! video/x-raw,format=BGR,pixel-aspect-ratio=1/1";
     if (HasElement("videoflip"))
       description += " ! videoflip video-direction=auto";  // does nothing without the file's wish
-    description += " ! appsink name=s sync=false async=false qos=false max-buffers=3 enable-last-sample=false";
+    description +=
+        " ! appsink name=s sync=false async=false qos=false max-buffers=3 wait-on-eos=false enable-last-sample=false";
   } else if (output->props.major_type == PQMediaType::Audio) {
     description =
         "queue name=q ! audioconvert ! audioresample ! audio/x-raw,format=S16LE,layout=interleaved,channels=[1,8] ! "
-        "appsink name=s sync=false async=false max-buffers=8 enable-last-sample=false";
+        "appsink name=s sync=false async=false max-buffers=8 wait-on-eos=false enable-last-sample=false";
   } else {
     description = "fakesink sync=false async=false";
   }
@@ -516,11 +517,19 @@ PQPlatformResult Reader::Start(std::int64_t start, std::int64_t duration, double
     }
   }
   running_ = true;
-  // The threads first: after a seek a sink may be full already, and it changes its state only when something is taken.
+  // A full sink changes its state only when something is taken, and what its thread delivers may be taken only after
+  // this call: until the pipeline plays, sinks take everything. (Nor do they wait at the stream's end: wait-on-eos.)
+  std::vector<guint> most;
   for (const auto& output : outputs_) {
+    g_object_get(output->sink.get(), "max-buffers", &most.emplace_back(), nullptr);
+    g_object_set(output->sink.get(), "max-buffers", 0u, nullptr);
     output->thread = std::thread([this, target = output.get()] { Pull(*target); });
   }
-  if (gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING) == GST_STATE_CHANGE_FAILURE) {
+  const GstStateChangeReturn change = gst_element_set_state(pipeline_.get(), GST_STATE_PLAYING);
+  for (std::size_t i = 0; i < outputs_.size(); ++i) {
+    g_object_set(outputs_[i]->sink.get(), "max-buffers", most[i], nullptr);
+  }
+  if (change == GST_STATE_CHANGE_FAILURE) {
     PQPlatformResult result = Failure("does not start");
     TearDown();
     return result;
