@@ -8,6 +8,9 @@
 #include "pantiq/kernels/PQDispatcher.h"
 
 namespace pantiq {
+
+constinit const PQClassTag TPQCommonPlaneSink::kTag{"TPQCommonPlaneSink", &TPQSinkFilter::kTag};
+
 namespace {
 
 using Conversion = IppStatus (*)(const std::uint8_t*, int, std::uint8_t*, int, IppiSize);
@@ -90,6 +93,13 @@ void PQCopyStamps(const IPQImageBuffer& from, IPQImageBuffer& to) {
   to.GetTimeStamp() = from.GetTimeStamp();
   to.GetTimeCode() = from.GetTimeCode();
   to.GetDateTime() = from.GetDateTime();
+}
+
+void TPQCommonPlaneSink::SetColorMode(TPQColorMode mode) {
+  auto section = Lock().WriteLock();
+  if (mode == GetColorMode()) return;
+  color_mode_.store(mode, std::memory_order_relaxed);
+  UpdatePinNames();
 }
 
 }  // namespace pantiq

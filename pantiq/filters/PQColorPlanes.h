@@ -2,9 +2,10 @@
 //
 // Frames hold blue, green, red. Every mode but cmLab wants red first, so channels are exchanged before and after.
 #pragma once
+#include <atomic>
 #include <functional>
 
-#include "pantiq/core/PQStreamTypes.h"
+#include "pantiq/core/PQSinkFilter.h"
 
 namespace pantiq {
 
@@ -27,5 +28,32 @@ void PQNamePlanes(TJCPinList& pins, TPQColorMode mode);
 
 // All stamps of a frame.
 void PQCopyStamps(const IPQImageBuffer& from, IPQImageBuffer& to);
+
+// A consumer with three outputs, one for each channel of ColorMode and named after it. Subclasses describe the property.
+class PQ_EXPORT TPQCommonPlaneSink : public TPQSinkFilter {
+ public:
+  static const PQClassTag kTag;
+  const PQClassTag& Tag() const noexcept override { return kTag; }
+
+  TPQColorMode GetColorMode() const { return color_mode_.load(std::memory_order_relaxed); }
+  void SetColorMode(TPQColorMode mode);
+
+ protected:
+  explicit TPQCommonPlaneSink(TComponent* owner) : TPQSinkFilter(owner) {}
+  // The three outputs, for constructors.
+  template <class Pin>
+  void AddPlanes() {
+    for (int i = 0; i < 3; ++i) AddOutput<Pin>();
+    UpdatePinNames();
+  }
+  // Sends a buffer on the output of channel 0, 1 or 2.
+  void SubmitPlane(int channel, PQDataBufferRef buffer) {
+    static_cast<TRWJCSourcePin*>(OutputPins.GetPin(channel))->SubmitBuffer(std::move(buffer));
+  }
+
+ private:
+  void UpdatePinNames() { PQNamePlanes(OutputPins, GetColorMode()); }
+  std::atomic<TPQColorMode> color_mode_{cmRGB};
+};
 
 }  // namespace pantiq

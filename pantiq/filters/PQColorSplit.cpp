@@ -1,12 +1,11 @@
 #include "pantiq/filters/PQColorSplit.h"
 
-#include "pantiq/filters/PQColorPlanes.h"
 #include "pantiq/host/PQRegistry.h"
 #include "pantiq/kernels/PQDispatcher.h"
 
 namespace pantiq {
 
-constinit const PQClassTag TPQColorSplit::kTag{"TPQColorSplit", &TPQSinkFilter::kTag};
+constinit const PQClassTag TPQColorSplit::kTag{"TPQColorSplit", &TPQCommonPlaneSink::kTag};
 
 const PQClassInfo& TPQColorSplit::Class() {
   static const PQClassInfo& info =
@@ -20,19 +19,7 @@ const PQClassInfo& TPQColorSplit::Class() {
   return info;
 }
 
-TPQColorSplit::TPQColorSplit(TComponent* owner) : TPQSinkFilter(owner) {
-  for (int i = 0; i < 3; ++i) AddOutput<TPQJCImageSourcePin>();
-  UpdatePinNames();
-}
-
-void TPQColorSplit::SetColorMode(TPQColorMode mode) {
-  auto section = Lock().WriteLock();
-  if (mode == GetColorMode()) return;
-  color_mode_.store(mode, std::memory_order_relaxed);
-  UpdatePinNames();
-}
-
-void TPQColorSplit::UpdatePinNames() { PQNamePlanes(OutputPins, GetColorMode()); }
+TPQColorSplit::TPQColorSplit(TComponent* owner) : TPQCommonPlaneSink(owner) { AddPlanes<TPQJCImageSourcePin>(); }
 
 void TPQColorSplit::ProcessImage(PQImageRef buffer) {
   const TPQColorMode mode = GetColorMode();
@@ -65,7 +52,7 @@ void TPQColorSplit::ProcessImage(PQImageRef buffer) {
       });
     }
   }
-  for (int i = 0; i < 3; ++i) static_cast<TPQJCImageSourcePin*>(OutputPins.GetPin(i))->SubmitBuffer(std::move(planes[i]));
+  for (int i = 0; i < 3; ++i) SubmitPlane(i, std::move(planes[i]));
 }
 
 void PQColorSplit::Register() {

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 
-#include "pantiq/filters/PQColorPlanes.h"
 #include "pantiq/host/PQRegistry.h"
 
 namespace pantiq {
 
-constinit const PQClassTag TPQColorsToReal::kTag{"TPQColorsToReal", &TPQSinkFilter::kTag};
+constinit const PQClassTag TPQColorsToReal::kTag{"TPQColorsToReal", &TPQCommonPlaneSink::kTag};
 
 namespace {
 
@@ -35,24 +34,12 @@ const PQClassInfo& TPQColorsToReal::Class() {
   return info;
 }
 
-TPQColorsToReal::TPQColorsToReal(TComponent* owner) : TPQSinkFilter(owner) {
-  for (int i = 0; i < 3; ++i) AddOutput<TRWJCRealSourcePin>();
-  UpdatePinNames();
-}
-
-void TPQColorsToReal::SetColorMode(TPQColorMode mode) {
-  auto section = Lock().WriteLock();
-  if (mode == GetColorMode()) return;
-  color_mode_.store(mode, std::memory_order_relaxed);
-  UpdatePinNames();
-}
+TPQColorsToReal::TPQColorsToReal(TComponent* owner) : TPQCommonPlaneSink(owner) { AddPlanes<TRWJCRealSourcePin>(); }
 
 void TPQColorsToReal::SetScanMode(TPQScanMode mode) {
   auto section = Lock().WriteLock();
   scan_mode_.store(mode, std::memory_order_relaxed);
 }
-
-void TPQColorsToReal::UpdatePinNames() { PQNamePlanes(OutputPins, GetColorMode()); }
 
 void TPQColorsToReal::SendStart(TJCStartFrameOperation& start) {
   const float rate = static_cast<float>(start.Width) * static_cast<float>(start.Height) * start.Rate;
@@ -115,7 +102,7 @@ void TPQColorsToReal::SubmitGrayScale(Blocks& blocks, TPQColorMode mode) {
 }
 
 void TPQColorsToReal::Submit(Blocks& blocks) {
-  for (int k = 0; k < 3; ++k) static_cast<TRWJCRealSourcePin*>(OutputPins.GetPin(k))->SubmitBuffer(std::move(blocks[k]));
+  for (int k = 0; k < 3; ++k) SubmitPlane(k, std::move(blocks[k]));
 }
 
 void PQColorsToReal::Register() {

@@ -1,6 +1,6 @@
 // Turns the planes of frames into streams of real numbers.
 #pragma once
-#include "pantiq/core/PQSinkFilter.h"
+#include "pantiq/filters/PQColorPlanes.h"
 
 namespace pantiq {
 
@@ -16,7 +16,7 @@ struct PQEnumWords<TPQScanMode> {
 
 // Each output carries one channel of ColorMode as numbers from 0 to 255, row by row, width * height * frame rate of them per
 // second. A block has the time stamp of its frame.
-class PQ_EXPORT TPQColorsToReal final : public TPQSinkFilter {
+class PQ_EXPORT TPQColorsToReal final : public TPQCommonPlaneSink {
  public:
   static const PQClassTag kTag;
   static const PQClassInfo& Class();
@@ -25,8 +25,6 @@ class PQ_EXPORT TPQColorsToReal final : public TPQSinkFilter {
   const PQClassTag& Tag() const noexcept override { return kTag; }
   const PQClassInfo& ClassInfo() const override { return Class(); }
 
-  TPQColorMode GetColorMode() const { return color_mode_.load(std::memory_order_relaxed); }
-  void SetColorMode(TPQColorMode mode);
   TPQScanMode GetScanMode() const { return scan_mode_.load(std::memory_order_relaxed); }
   void SetScanMode(TPQScanMode mode);
 
@@ -36,11 +34,9 @@ class PQ_EXPORT TPQColorsToReal final : public TPQSinkFilter {
 
  private:
   using Blocks = PQRef<TRWRealBuffer>[3];
-  void UpdatePinNames();
   void Submit(Blocks& blocks);
   // Makes the other two blocks of a gray frame out of the first and sends all three.
   void SubmitGrayScale(Blocks& blocks, TPQColorMode mode);
-  std::atomic<TPQColorMode> color_mode_{cmRGB};
   std::atomic<TPQScanMode> scan_mode_{smLine};
 };
 

@@ -2,14 +2,13 @@
 
 #include <algorithm>
 
-#include "pantiq/filters/PQColorPlanes.h"
 #include "pantiq/host/PQRegistry.h"
 #include "pantiq/kernels/PQBaseKernels.h"
 #include "pantiq/kernels/PQDispatcher.h"
 
 namespace pantiq {
 
-constinit const PQClassTag TPQHistogram::kTag{"TPQHistogram", &TPQSinkFilter::kTag};
+constinit const PQClassTag TPQHistogram::kTag{"TPQHistogram", &TPQCommonPlaneSink::kTag};
 
 const PQClassInfo& TPQHistogram::Class() {
   static const PQClassInfo& info =
@@ -28,10 +27,7 @@ const PQClassInfo& TPQHistogram::Class() {
   return info;
 }
 
-TPQHistogram::TPQHistogram(TComponent* owner) : TPQSinkFilter(owner) {
-  for (int i = 0; i < 3; ++i) AddOutput<TRWJCRealSourcePin>();
-  UpdatePinNames();
-}
+TPQHistogram::TPQHistogram(TComponent* owner) : TPQCommonPlaneSink(owner) { AddPlanes<TRWJCRealSourcePin>(); }
 
 void TPQHistogram::SetLowerLevel(std::uint16_t level) {
   level = std::min<std::uint16_t>(level, 255);
@@ -44,15 +40,6 @@ void TPQHistogram::SetUpperLevel(std::uint16_t level) {
   auto section = Lock().WriteLock();
   levels_ = {std::min(level, levels_.lower), level};
 }
-
-void TPQHistogram::SetColorMode(TPQColorMode mode) {
-  auto section = Lock().WriteLock();
-  if (mode == GetColorMode()) return;
-  color_mode_.store(mode, std::memory_order_relaxed);
-  UpdatePinNames();
-}
-
-void TPQHistogram::UpdatePinNames() { PQNamePlanes(OutputPins, GetColorMode()); }
 
 void TPQHistogram::SendStart(TJCStartFrameOperation& start) {
   const int n = GetLevels().Count();
@@ -104,7 +91,7 @@ void TPQHistogram::ProcessImage(PQImageRef buffer) {
     block->GetTimeStamp() = buffer->GetTimeStamp();
     block->GetSequenceStamp() = buffer->GetSequenceStamp();
     ippsConvert_32s64f(counts[k], block->Write(), n);
-    static_cast<TRWJCRealSourcePin*>(OutputPins.GetPin(k))->SubmitBuffer(std::move(block));
+    SubmitPlane(k, std::move(block));
   }
 }
 

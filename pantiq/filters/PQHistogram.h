@@ -1,12 +1,12 @@
 // Counts the values of each frame.
 #pragma once
-#include "pantiq/core/PQSinkFilter.h"
+#include "pantiq/filters/PQColorPlanes.h"
 
 namespace pantiq {
 
 // For each frame, each output carries the histogram of one channel of ColorMode: a block of UpperLevel - LowerLevel + 1
 // numbers, one for each value. A block has the time stamp of its frame.
-class PQ_EXPORT TPQHistogram final : public TPQSinkFilter {
+class PQ_EXPORT TPQHistogram final : public TPQCommonPlaneSink {
  public:
   static const PQClassTag kTag;
   static const PQClassInfo& Class();
@@ -21,8 +21,6 @@ class PQ_EXPORT TPQHistogram final : public TPQSinkFilter {
   void SetLowerLevel(std::uint16_t level);
   std::uint16_t GetUpperLevel() const { return GetLevels().upper; }
   void SetUpperLevel(std::uint16_t level);
-  TPQColorMode GetColorMode() const { return color_mode_.load(std::memory_order_relaxed); }
-  void SetColorMode(TPQColorMode mode);
 
  protected:
   void ProcessImage(PQImageRef buffer) override;
@@ -37,9 +35,7 @@ class PQ_EXPORT TPQHistogram final : public TPQSinkFilter {
     auto section = Lock().ReadLock();
     return levels_;
   }
-  void UpdatePinNames();
   Levels levels_{0, 255};  // under the lock
-  std::atomic<TPQColorMode> color_mode_{cmRGB};
 };
 
 namespace PQHistogram {
