@@ -75,6 +75,13 @@ PQ_EXPORT IppStatus ippiHistogramRange_8u_C3R PQ_PARAMS_HistogramRange;
 // Every sample of one channel through a table of 256 bytes: the manual is PQPoint.h.
 PQ_EXPORT IppStatus PQTable_8u_C1R PQ_PARAMS_Table;
 
+// ---- Two images into one: the manual is PQMix.h.
+
+// Where a pixel of `front` lies in one of `ranges` ranges of colours, that of `back`, else its own.
+PQ_EXPORT IppStatus PQKeyRanges_8u_C3R PQ_PARAMS_KeyRanges;
+// The weighted mean of two images, in double precision.
+PQ_EXPORT IppStatus PQBlend_8u_C1R PQ_PARAMS_Blend;
+
 // ---- Medians in one line.
 
 // Median of 3 or 5 pixels in a row (codes 31, 51) or in a column (codes 13, 15): the manual is PQBoxRank.h.

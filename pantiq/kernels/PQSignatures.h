@@ -149,3 +149,13 @@
 #define PQ_PARAMS_HistogramRange \
   (const std::uint8_t* src, int step, IppiSize roi, int** hist, int** levels, int* nLevels)
 #define PQ_ARGS_HistogramRange (src, step, roi, hist, levels, nLevels)
+
+#define PQ_PARAMS_KeyRanges                                                                                        \
+  (const std::uint8_t* front, int frontStep, const std::uint8_t* back, int backStep, std::uint8_t* dst, int dstStep, \
+   IppiSize roi, const std::uint8_t* low, const std::uint8_t* high, int ranges)
+#define PQ_ARGS_KeyRanges (front, frontStep, back, backStep, dst, dstStep, roi, low, high, ranges)
+
+#define PQ_PARAMS_Blend                                                                                    \
+  (const std::uint8_t* first, int firstStep, const std::uint8_t* second, int secondStep, std::uint8_t* dst, \
+   int dstStep, IppiSize roi, double firstWeight, double secondWeight)
+#define PQ_ARGS_Blend (first, firstStep, second, secondStep, dst, dstStep, roi, firstWeight, secondWeight)
