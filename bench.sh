@@ -46,7 +46,7 @@ for part in "${parts[@]}"; do
       libs="$lib/libpantiq_filters.a $lib/libpantiq_core.a $lib/libpantiq_kernels.a $lib/libpantiq_host.a -lpng -ljpeg"
       export PANTIQ_ROOT=$PWD PANTIQ_LIBS=$libs BUILD=$PWD/$work
       mkdir -p "$work"
-      make -s -C "$peers" SUBJECT=pantiq FAMILIES="base noise formats neighbourhood wiener colour point geometry" CXXFLAGS="-O3 -march=x86-64-v3 -I$PWD/bench/peer" kernels 2>/dev/null
+      make -s -C "$peers" SUBJECT=pantiq FAMILIES="base noise formats neighbourhood wiener colour point geometry components" CXXFLAGS="-O3 -march=x86-64-v3 -I$PWD/bench/peer" kernels 2>/dev/null
       make -s -C "$peers" SUBJECT_CHAIN=bench/peer/pantiq_chain.h chain 2>/dev/null
       echo "-- a hop beside GStreamer's elements, 16x16, ns per element"
       "$work/pantiq_chain/gst_chain" --mode overhead --runs 7 2>/dev/null | tee out/peers_hop.csv |
@@ -54,7 +54,7 @@ for part in "${parts[@]}"; do
       for code in a6 t7; do
         PANTIQ_CPU=$code "$work/pantiq/peer_kernels" --threads 1 --sizes 1920x1080 --out "out/peers_$code.csv" 2>/dev/null
         echo "-- kernels beside OpenCV, 1920x1080, one thread, variant $code"
-        python3 "$peers/tools/make_table.py" --check --require base,noise,formats,neighbourhood,wiener,colour,point,geometry "out/peers_$code.csv" "$peers/targets.csv" || true
+        python3 "$peers/tools/make_table.py" --check --require base,noise,formats,neighbourhood,wiener,colour,point,geometry,components "out/peers_$code.csv" "$peers/targets.csv" || true
       done
       ;;
     *)

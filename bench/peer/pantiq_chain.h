@@ -24,31 +24,23 @@ class NullFilter final : public pantiq::TPQCommonFilter {
   void FilterInternalOperation(const pantiq::PQImageRef&, pantiq::PQImageRef&) override {}
 };
 
-// A source, `elements` filters, a sink that counts. The frame is made once and held, as the peers do.
+using Filters = std::vector<pantiq::PQOwned<pantiq::TPQCommonFilter>>;
+
+// A source, the filters in a row, a sink that counts. The frame is made once and held, as the peers do.
 class Chain {
  public:
-  Chain(const std::string& kind, int elements, int width, int height) : source_(*this), sink_(*this) {
+  Chain(Filters filters, pantiq::PQRef<pantiq::TPQImageBuffer> frame)
+      : source_(*this), filters_(std::move(filters)), sink_(*this) {
     using namespace pantiq;
-    for (int i = 0; i < elements; ++i) {
-      if (kind == "mirror") {
-        auto mirror = PQMake<TPQMirror>();
-        mirror->SetMirrorType(mtVertical);
-        filters_.push_back(std::move(mirror));
-      } else {
-        filters_.push_back(PQMake<NullFilter>());
-        if (kind == "pass") filters_.back()->SetEnabled(false);
-      }
-    }
     TPQJCImageSourcePin* from = &source_.OutputPin;
     for (auto& filter : filters_) {
       from->Connect(filter->InputPin).IgnoreError();
       from = &filter->OutputPin;
     }
     from->Connect(sink_.InputPin).IgnoreError();
-    PQRef<TPQImageBuffer> frame = PQMakeRef<TPQImageBuffer>(width, height, vfRGB24);
-    frame->Fill(0x00405060);
-    frame_ = frame;
-    source_.OutputPin.Notify(*PQMakeRef<TJCStartFrameOperation>(width, height, 400000, vfRGB24));
+    source_.OutputPin.Notify(
+        *PQMakeRef<TJCStartFrameOperation>(frame->GetWidth(), frame->GetHeight(), 400000, frame->GetFormat()));
+    frame_ = std::move(frame);
   }
   void Push() { source_.OutputPin.SubmitBuffer(frame_); }
   long Frames() const { return frames_; }
@@ -74,14 +66,27 @@ class Chain {
   };
   long frames_ = 0;
   Source source_;
-  std::vector<pantiq::PQOwned<pantiq::TPQCommonFilter>> filters_;
+  Filters filters_;
   Sink sink_;
   pantiq::PQImageRef frame_;
 };
 
 inline bench::Fn make_chain(const std::string& kind, int elements, int width, int height) {
   if (kind != "pass" && kind != "filter" && kind != "mirror") return {};
-  auto chain = std::make_shared<Chain>(kind, elements, width, height);
+  Filters filters;
+  for (int i = 0; i < elements; ++i) {
+    if (kind == "mirror") {
+      auto mirror = pantiq::PQMake<pantiq::TPQMirror>();
+      mirror->SetMirrorType(pantiq::mtVertical);
+      filters.push_back(std::move(mirror));
+    } else {
+      filters.push_back(pantiq::PQMake<NullFilter>());
+      if (kind == "pass") filters.back()->SetEnabled(false);
+    }
+  }
+  auto frame = pantiq::PQMakeRef<pantiq::TPQImageBuffer>(width, height, pantiq::vfRGB24);
+  frame->Fill(0x00405060);
+  auto chain = std::make_shared<Chain>(std::move(filters), std::move(frame));
   return [chain] { chain->Push(); };
 }
 
