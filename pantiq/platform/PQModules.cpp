@@ -13,22 +13,6 @@
 namespace pantiq {
 namespace {
 
-constexpr const char* kMediaFile = "libpantiq-gst.so";
-constexpr const char* kMediaPackages =
-    "install libgstreamer1.0-0 libgstreamer-plugins-base1.0-0 gstreamer1.0-plugins-base gstreamer1.0-plugins-good "
-    "gstreamer1.0-plugins-ugly gstreamer1.0-libav, and build or install pantiq with PANTIQ_MEDIA=ON";
-
-struct State {
-  std::mutex mutex;
-  PQMediaModule* loaded = nullptr;
-  PQMediaModule* replaced = nullptr;
-};
-
-State& GetState() {
-  static State* state = new State;  // never destroyed: threads may ask while the process ends
-  return *state;
-}
-
 std::filesystem::path FolderOfProgram() {
   std::error_code error;
   const auto path = std::filesystem::read_symlink("/proc/self/exe", error);
@@ -44,21 +28,81 @@ std::filesystem::path FolderOfLibrary() {
   return error ? std::filesystem::path() : path.parent_path();
 }
 
-PQMediaModule* LoadFrom(const std::filesystem::path& file, PQPlatformResult& result) {
-  void* handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (handle == nullptr) {
-    const char* text = dlerror();
-    result = {kPlatformMissing, std::string(text != nullptr ? text : file.c_str()) + "; " + kMediaPackages};
+// One kind of module: its file, its function, and what to install where it is missing.
+struct ModuleKind {
+  const char* file;
+  const char* entry;
+  int abi;
+  const char* packages;
+};
+
+template <class Module>
+class ModuleSlot {
+ public:
+  explicit ModuleSlot(const ModuleKind& kind) : kind_(kind) {}
+
+  Module* Load(PQPlatformResult& result) {
+    result = {};
+    const std::lock_guard lock(mutex_);
+    if (replaced_ != nullptr) return replaced_;
+    if (loaded_ != nullptr) return loaded_;
+    std::string looked_in;
+    for (const std::string& folder : ModuleFolders()) {
+      const std::filesystem::path file = std::filesystem::path(folder) / kind_.file;
+      if (access(file.c_str(), F_OK) == 0) {
+        loaded_ = LoadFrom(file, result);
+        return loaded_;
+      }
+      looked_in += (looked_in.empty() ? "" : ", ") + folder;
+    }
+    result = {kPlatformMissing,
+              std::string(kind_.file) + " is not installed (looked in " + looked_in + "); " + kind_.packages};
     return nullptr;
   }
-  const auto entry = reinterpret_cast<PQMediaModuleEntry>(dlsym(handle, kMediaModuleEntry));
-  PQMediaModule* module = entry != nullptr ? entry(kMediaModuleAbi) : nullptr;
-  if (module == nullptr) {
-    dlclose(handle);
-    result = {kPlatformMissing, file.string() + " is of another version of pantiq"};
-    return nullptr;
+
+  void Replace(Module* module) {
+    const std::lock_guard lock(mutex_);
+    replaced_ = module;
   }
-  return module;  // the handle stays open for ever
+
+ private:
+  Module* LoadFrom(const std::filesystem::path& file, PQPlatformResult& result) const {
+    void* handle = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) {
+      const char* text = dlerror();
+      result = {kPlatformMissing, std::string(text != nullptr ? text : file.c_str()) + "; " + kind_.packages};
+      return nullptr;
+    }
+    const auto entry = reinterpret_cast<Module* (*)(int)>(dlsym(handle, kind_.entry));
+    Module* module = entry != nullptr ? entry(kind_.abi) : nullptr;
+    if (module == nullptr) {
+      dlclose(handle);
+      result = {kPlatformMissing, file.string() + " is of another version of pantiq"};
+      return nullptr;
+    }
+    return module;  // the handle stays open for ever
+  }
+
+  const ModuleKind kind_;
+  std::mutex mutex_;
+  Module* loaded_ = nullptr;
+  Module* replaced_ = nullptr;
+};
+
+// The slots are never destroyed: threads may ask while the process ends.
+ModuleSlot<PQMediaModule>& MediaSlot() {
+  static auto* slot = new ModuleSlot<PQMediaModule>(
+      {"libpantiq-gst.so", kMediaModuleEntry, kMediaModuleAbi,
+       "install libgstreamer1.0-0 libgstreamer-plugins-base1.0-0 gstreamer1.0-plugins-base gstreamer1.0-plugins-good "
+       "gstreamer1.0-plugins-ugly gstreamer1.0-libav, and build or install pantiq with PANTIQ_MEDIA=ON"});
+  return *slot;
+}
+
+ModuleSlot<PQCodecManager>& CodecSlot() {
+  static auto* slot = new ModuleSlot<PQCodecManager>(
+      {"libpantiq-av.so", kCodecManagerEntry, kCodecManagerAbi,
+       "install libavcodec59 libavformat59 libavutil57 libswscale6, and build or install pantiq with PANTIQ_MEDIA=ON"});
+  return *slot;
 }
 
 }  // namespace
@@ -89,31 +133,10 @@ std::vector<std::string> ModuleFolders() {
   return folders;
 }
 
-PQMediaModule* LoadMediaModule(PQPlatformResult& result) {
-  result = {};
-  State& state = GetState();
-  const std::lock_guard lock(state.mutex);
-  if (state.replaced != nullptr) return state.replaced;
-  if (state.loaded != nullptr) return state.loaded;
-  std::string looked_in;
-  for (const std::string& folder : ModuleFolders()) {
-    const std::filesystem::path file = std::filesystem::path(folder) / kMediaFile;
-    if (access(file.c_str(), F_OK) != 0) {
-      looked_in += (looked_in.empty() ? "" : ", ") + folder;
-      continue;
-    }
-    state.loaded = LoadFrom(file, result);
-    return state.loaded;
-  }
-  result = {kPlatformMissing,
-            std::string(kMediaFile) + " is not installed (looked in " + looked_in + "); " + kMediaPackages};
-  return nullptr;
-}
+PQMediaModule* LoadMediaModule(PQPlatformResult& result) { return MediaSlot().Load(result); }
+void SetMediaModule(PQMediaModule* module) { MediaSlot().Replace(module); }
 
-void SetMediaModule(PQMediaModule* module) {
-  State& state = GetState();
-  const std::lock_guard lock(state.mutex);
-  state.replaced = module;
-}
+PQCodecManager* LoadCodecManager(PQPlatformResult& result) { return CodecSlot().Load(result); }
+void SetCodecManager(PQCodecManager* manager) { CodecSlot().Replace(manager); }
 
 }  // namespace pantiq

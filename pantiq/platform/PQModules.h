@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "pantiq/platform/PQCodecManager.h"
 #include "pantiq/platform/PQMediaModule.h"
 
 namespace pantiq {
@@ -18,6 +19,10 @@ PQ_EXPORT PQMediaModule* LoadMediaModule(PQPlatformResult& result);
 // Replaces the module by the caller's object (null: back to the module on disk). For tests, and for programs with an
 // engine of their own. The object must outlive its use. Any thread.
 PQ_EXPORT void SetMediaModule(PQMediaModule* module);
+
+// The codec manager (libpantiq-av.so), in the same way.
+PQ_EXPORT PQCodecManager* LoadCodecManager(PQPlatformResult& result);
+PQ_EXPORT void SetCodecManager(PQCodecManager* manager);
 
 // The folders that are searched now, in order.
 PQ_EXPORT std::vector<std::string> ModuleFolders();
