@@ -109,7 +109,7 @@ int Main(int argc, char** argv) {
   program.get_formatter()->column_width(34);
 
   RunArguments run;
-  bool json = false;
+  bool json = false, codecs = false;
   std::string class_name, output;
 
   CLI::App* run_command = program.add_subcommand("run", "Run a graph");
@@ -127,6 +127,7 @@ int Main(int argc, char** argv) {
 
   CLI::App* list = program.add_subcommand("list", "List the classes of components");
   list->add_flag("--json", json, "As JSON");
+  list->add_flag("--codecs", codecs, "List the codecs of TPQVideoCompressor that work here; tries them, which takes seconds");
 
   CLI::App* inspect = program.add_subcommand("inspect", "Show the properties and pins of a class");
   inspect->add_option("class", class_name, "The class")->required()->type_name("CLASS");
@@ -164,6 +165,7 @@ int Main(int argc, char** argv) {
   RegisterSinks();
   if (*run_command) return RunGraph(run);
   if (*check) return CheckGraph(run.words, json);
+  if (*list && codecs) return ListCodecs(json);
   if (*list) return ListClasses(json);
   if (*inspect) return InspectClass(class_name, json);
   if (*save) return SaveGraph(run.words, output, run.overwrite);

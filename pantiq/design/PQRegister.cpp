@@ -28,6 +28,8 @@
 #include "pantiq/filters/PQWienerFilter.h"
 #include "pantiq/media/PQASFLogger.h"
 #include "pantiq/media/PQASFPlayer.h"
+#include "pantiq/media/PQVideoCompressor.h"
+#include "pantiq/media/PQVideoDecompressor.h"
 
 namespace pantiq {
 
@@ -55,6 +57,8 @@ void RegisterAll() {
   PQImageGen::Register();
   PQColorSplit::Register();
   PQWienerFilter::Register();
+  PQVideoDecompressor::Register();
+  PQVideoCompressor::Register();
   PQThreshold::Register();
   PQCrop::Register();
   PQHistogramEqualize::Register();

@@ -5,6 +5,7 @@ import fcntl
 import glob
 import json
 import os
+import re
 import shutil
 import signal
 import struct
@@ -541,6 +542,50 @@ class Media(Case):
             self.skipTest(err.decode())
         self.assertEqual(run.returncode, 130, err)
         self.assertGreaterEqual(len(self.pantiq("run", "TPQASFPlayer FileName='c.asf' ! checksum").out.splitlines()), 10)
+
+
+class Codecs(Case):
+    """Compressed and decompressed again, by what is installed."""
+    NEEDED = ("MJPG", "FFV1", "HFYU", "XVID")
+
+    @classmethod
+    def setUpClass(cls):
+        listed = json.loads(subprocess.run([PANTIQ, "list", "--codecs", "--json"], capture_output=True, check=True).stdout)
+        cls.tags = {codec["tag"]: codec for codec in listed["codecs"]}
+        if not all(tag in cls.tags for tag in cls.NEEDED):
+            raise unittest.SkipTest(str(listed.get("missing", "codecs are missing")))
+
+    def chain(self, *more, codec="TPQVideoCompressor"):
+        line = f"TPQASFPlayer FileName='clip.asf' ! {codec} ! TPQVideoDecompressor ! checksum"
+        done = self.pantiq("run", line, *more)
+        self.assertEqual(done.err.count("warning"), 0, done.err)
+        return done.out
+
+    def test_a_clip_comes_back(self):
+        self.pantiq("run", "--frames", "30",
+                    "TPQJaehneGen ImageSize.Width=162 ImageSize.Height=122 ! TPQGaussNoise ! TPQASFLogger FileName='clip.asf'")
+        direct = self.pantiq("run", "TPQASFPlayer FileName='clip.asf' ! checksum").out
+        self.assertEqual(len(direct.splitlines()), 30)
+        for tag in ("FFV1", "HFYU", "DIB"):
+            self.assertEqual(self.chain(codec=f"TPQVideoCompressor Compressions[0].FourCC={tag}"), direct, tag)
+        for tag in ("MJPG", "XVID"):
+            lossy = self.chain(codec=f"TPQVideoCompressor Compressions[0].FourCC={tag} Compressions[0].Quality=9000")
+            self.assertEqual(len(lossy.splitlines()), 30, tag)
+            self.assertNotEqual(lossy, direct)
+
+    def test_what_cannot_be_opened_is_told(self):
+        line = f"{GEN} ! TPQVideoCompressor Compressions[0].FourCC=ABCD ! TPQVideoDecompressor ! checksum"
+        done = self.pantiq("run", "--frames", "2", line)
+        self.assertEqual(len(done.out.splitlines()), 2)
+        self.assertIn("'ABCD' can't be opened; 'MJPG' compresses", done.err)
+        self.refused("run", line.replace("ABCD", "MJPEG"), says=["FourCC", "'MJPEG'", "one to four characters"])
+
+    def test_the_list(self):
+        text = self.pantiq("list", "--codecs").out
+        for tag, codec in self.tags.items():
+            self.assertRegex(text, rf"(?m)^{re.escape(tag)} .*{re.escape(codec['name'])}$")
+        self.assertTrue(self.tags["FFV1"]["lossless"] and self.tags["FFV1"]["alone"])
+        self.assertTrue(self.tags["MJPG"]["quality"] and not self.tags["MJPG"]["lossless"])
 
 
 class ExampleGraphs(Case):

@@ -62,9 +62,9 @@ TEST_F(EveryClass, StandsOnThePageOnceInTheOrderOfThePalette) {
   const std::vector<std::string> palette = {
       "TPQRealToFrame", "TPQColorsToReal", "TPQASFPlayer", "TPQChangeFormat", "TPQMorphFilter", "TPQImageAdjust",
       "TPQUniformNoise", "TPQBoxFilter", "TPQFixedFilter", "TPQGaussNoise", "TPQGrayScale", "TPQHistogram",
-      "TPQJaehneGen", "TPQColorTwist", "TPQGammaFilter", "TPQMirror", "TPQRotate", "TPQShear", "TPQResize",
-      "TPQWarp", "TPQImageGen", "TPQColorSplit", "TPQWienerFilter", "TPQThreshold", "TPQCrop",
-      "TPQHistogramEqualize", "TPQASFLogger", "TPQColorMerge"};
+      "TPQJaehneGen", "TPQColorTwist", "TPQGammaFilter", "TPQMirror", "TPQRotate", "TPQShear", "TPQResize", "TPQWarp",
+      "TPQImageGen", "TPQColorSplit", "TPQWienerFilter", "TPQVideoDecompressor", "TPQVideoCompressor", "TPQThreshold",
+      "TPQCrop", "TPQHistogramEqualize", "TPQASFLogger", "TPQColorMerge"};
   std::vector<std::string> names;
   for (const PQClassInfo* info : PQRegisteredClasses(kPantiqPage)) names.push_back(info->Name());
   EXPECT_EQ(names, palette);
