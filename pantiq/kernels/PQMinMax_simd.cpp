@@ -1,7 +1,7 @@
 // Minimum and maximum: one source for a6, w7 and t7. Down the columns first, in blocks of as many rows as the mask is
 // high: suffix extremes of the block, prefix extremes of the next (van Herk 1992), so three comparisons a row whatever
-// the height. Then across, by windows that grow by a factor of up to five a pass. The region is cut into strips whose
-// buffers stay in the cache.
+// the height. Then across: windows of up to 64 pixels grow by doubling in registers, and the rest is few loads that
+// overlap. The region is cut into strips whose buffers stay in the cache.
 #include "pantiq/kernels/PQWindowVec.h"
 
 namespace pantiq {
@@ -21,7 +21,14 @@ constexpr int kMaxLow = 9;  // masks up to this height are done in registers
 
 // out[j][i] = extreme of rows[j][i] .. rows[j + kHeight - 1][i] for j below kHeight.
 template <bool kMax, int kHeight>
-void DownLow(const u8* const* rows, u8* const* out, std::ptrdiff_t n) {
+__attribute__((noinline)) void DownLow(const u8* const* given_rows, u8* const* given_out, std::ptrdiff_t n) {
+  // Pointers of our own: to the compiler a store of bytes might change those that were given.
+  const u8* rows[2 * kHeight - 1];
+  u8* out[kHeight];
+#pragma GCC unroll 32
+  for (int j = 0; j < 2 * kHeight - 1; ++j) rows[j] = given_rows[j];
+#pragma GCC unroll 16
+  for (int j = 0; j < kHeight; ++j) out[j] = given_out[j];
   WalkOver(
       n, kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
         V suffix[kHeight];
@@ -61,24 +68,49 @@ void DownLow(int height, const u8* const* rows, u8* const* out, std::ptrdiff_t n
   }
 }
 
-// out = extreme of a and b.
-template <bool kMax>
-void Pair(const u8* a, const u8* b, u8* out, std::ptrdiff_t n) {
+constexpr int kBatch = 4;  // rows that are done together
+
+// out[k] = extreme of above and rows[0] .. rows[k].
+template <bool kMax, int kRows>
+void Gather(const u8* above, const u8* const* given_rows, u8* const* given_out, std::ptrdiff_t n) {
+  const u8* rows[kRows];
+  u8* out[kRows];
+#pragma GCC unroll 4
+  for (int k = 0; k < kRows; ++k) rows[k] = given_rows[k], out[k] = given_out[k];
   WalkOver(
       n, kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
-        Store(out + i, Pick<kMax>(Load(a + i), Load(b + i)));
+        V best = Load(above + i);
+#pragma GCC unroll 4
+        for (int k = 0; k < kRows; ++k) {
+          best = Pick<kMax>(best, Load(rows[k] + i));
+          Store(out[k] + i, best);
+        }
       });
 }
 
-// running = extreme of running and row, out = extreme of suffix and the new running.
-template <bool kMax>
-void Advance(const u8* row, u8* running, const u8* suffix, u8* out, std::ptrdiff_t n) {
-  WalkOver(
-      n, kV, [&](std::ptrdiff_t i) __attribute__((always_inline)) {
-        const V prefix = Pick<kMax>(Load(running + i), Load(row + i));
-        Store(running + i, prefix);
-        Store(out + i, Pick<kMax>(Load(suffix + i), prefix));
-      });
+// For each k in turn: running = extreme of running and rows[k], out[k] = extreme of suffix[k] and running. `fresh`: running
+// holds nothing yet.
+template <bool kMax, int kRows>
+void Advance(const u8* const* given_rows, u8* running, bool fresh, const u8* const* given_suffix, u8* const* given_out,
+             std::ptrdiff_t n) {
+  const u8 *rows[kRows], *suffix[kRows];
+  u8* out[kRows];
+#pragma GCC unroll 4
+  for (int k = 0; k < kRows; ++k) rows[k] = given_rows[k], suffix[k] = given_suffix[k], out[k] = given_out[k];
+  const u8* const before = fresh ? rows[0] : running;
+  const auto advance = [&](std::ptrdiff_t i) __attribute__((always_inline)) {
+    V prefix = Load(before + i);
+#pragma GCC unroll 4
+    for (int k = 0; k < kRows; ++k) {
+      prefix = Pick<kMax>(prefix, Load(rows[k] + i));
+      Store(out[k] + i, Pick<kMax>(Load(suffix[k] + i), prefix));
+    }
+    return prefix;
+  };
+  // The last vector overlaps the one before, so it is done while running is as it was.
+  const V last = advance(n - kV);
+  for (std::ptrdiff_t i = 0; i + kV <= n; i += kV) Store(running + i, advance(i));
+  Store(running + n - kV, last);
 }
 
 // out[i] = extreme of in[i], in[i + pitch] .. in[i + (kTaps - 2) * pitch], in[i + last].
@@ -107,34 +139,159 @@ void AcrossNext(const u8* in, u8* out, std::ptrdiff_t n) {
       });
 }
 
-// The passes across for a mask's width: each makes windows of `length` pixels out of windows of `from` pixels.
+// Windows of 2^kLevels pixels, all in registers: every level makes windows twice as wide out of a vector and what is 3, 6,
+// 12, 24, 48, 96 bytes further on, so that a row is loaded and stored once. h1 to h6 are what waits on each level for the
+// vectors behind it.
+//
+// On t7 a vector is 64 bytes in a row. On a6 and w7 its two lanes walk through the two halves of the row: what is further
+// on is then in the same lane of the next vectors, which saves exchanging the lanes.
+#if PQ_WIDE
+constexpr int kMostLevels = 6, kLeastDoubled = 6;
+constexpr int kDelays[] = {0, 1, 2, 3, 4, 5, 7};  // vectors that wait, in all, by levels
+template <int n>
+PQ_INLINE V Further(V here, V next) {
+  if constexpr (n % 4 == 0) return _mm512_alignr_epi32(next, here, n / 4);
+  return LoadedAt<n>(here, After16(here, next));
+}
+#else
+constexpr int kMostLevels = 5, kLeastDoubled = 12;
+constexpr int kDelays[] = {0, 1, 2, 3, 5, 8, 14};
+template <int n>
+PQ_INLINE V Further(V here, V next) {
+  return _mm256_alignr_epi8(next, here, n);
+}
+#endif
+
+template <bool kMax, int kLevels>
+struct Doubler {
+#if PQ_WIDE
+  V h1 = Zero(), h2 = Zero(), h3 = Zero(), h4 = Zero(), h5 = Zero(), h6[2] = {Zero(), Zero()};
+#else
+  V h1 = Zero(), h2 = Zero(), h3 = Zero(), h4[2] = {Zero(), Zero()}, h5[3] = {Zero(), Zero(), Zero()};
+  V h6[6] = {Zero(), Zero(), Zero(), Zero(), Zero(), Zero()};
+#endif
+  // Takes the next vector, gives the one of kDelays[kLevels] vectors before.
+  inline __attribute__((always_inline)) V Push(V x) {
+    V y = Pick<kMax>(h1, Further<3>(h1, x));
+    h1 = x, x = y;
+    y = Pick<kMax>(h2, Further<6>(h2, x));
+    h2 = x, x = y;
+    if constexpr (kLevels > 2) {
+      y = Pick<kMax>(h3, Further<12>(h3, x));
+      h3 = x, x = y;
+    }
+#if PQ_WIDE
+    if constexpr (kLevels > 3) {
+      y = Pick<kMax>(h4, Further<24>(h4, x));
+      h4 = x, x = y;
+    }
+    if constexpr (kLevels > 4) {
+      y = Pick<kMax>(h5, Further<48>(h5, x));
+      h5 = x, x = y;
+    }
+    if constexpr (kLevels > 5) {
+      y = Pick<kMax>(h6[0], Further<32>(h6[1], x));
+      h6[0] = h6[1], h6[1] = x, x = y;
+    }
+#else
+    if constexpr (kLevels > 3) {
+      y = Pick<kMax>(h4[0], Further<8>(h4[1], x));
+      h4[0] = h4[1], h4[1] = x, x = y;
+    }
+    if constexpr (kLevels > 4) {
+      y = Pick<kMax>(h5[0], x);
+      h5[0] = h5[1], h5[1] = h5[2], h5[2] = x, x = y;
+    }
+    if constexpr (kLevels > 5) {
+      y = Pick<kMax>(h6[0], x);
+      h6[0] = h6[1], h6[1] = h6[2], h6[2] = h6[3], h6[3] = h6[4], h6[4] = h6[5], h6[5] = x, x = y;
+    }
+#endif
+    return x;
+  }
+};
+
+// out[i] = extreme of the 2^kLevels pixels from in[i] on. Scratch memory alone: more is read and written behind the row,
+// less than kBehind bytes.
+constexpr std::ptrdiff_t kBehind = 256;
+template <bool kMax, int kLevels>
+void Doubled(const u8* in, u8* out, std::ptrdiff_t n) {
+  constexpr int kDelay = kDelays[kLevels];
+  Doubler<kMax, kLevels> doubler;
+  // In turns of six, since that brings what waits back to where it was.
+#if PQ_WIDE
+  for (int k = 0; k < kDelay; ++k) doubler.Push(Load(in + k * kV));
+  in += kDelay * kV;
+#pragma GCC unroll 6
+  for (std::ptrdiff_t i = 0; i < n; i += kV) Store(out + i, doubler.Push(Load(in + i)));
+#else
+  const std::ptrdiff_t half = RoundUp((n + 1) / 2, 16);
+  const auto load = [](const u8* low, const u8* high) __attribute__((always_inline)) {
+    return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(low))),
+                                   _mm_loadu_si128(reinterpret_cast<const __m128i*>(high)), 1);
+  };
+  for (int k = 0; k < kDelay; ++k) doubler.Push(load(in + k * 16, in + half + k * 16));
+  in += kDelay * 16;
+#pragma GCC unroll 6
+  for (std::ptrdiff_t i = 0; i < half; i += 16) {
+    const V v = doubler.Push(load(in + i, in + half + i));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + i), _mm256_castsi256_si128(v));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + half + i), _mm256_extracti128_si256(v, 1));
+  }
+#endif
+}
+
+template <bool kMax>
+void Doubled(int levels, const u8* in, u8* out, std::ptrdiff_t n) {
+  switch (levels) {
+    case 2:
+      return Doubled<kMax, 2>(in, out, n);
+    case 3:
+      return Doubled<kMax, 3>(in, out, n);
+    case 4:
+      return Doubled<kMax, 4>(in, out, n);
+    case 5:
+      return Doubled<kMax, 5>(in, out, n);
+    default:
+      return Doubled<kMax, 6>(in, out, n);
+  }
+}
+
+// The passes across for a mask's width: each makes windows of `length` pixels out of windows of `from` pixels. The first
+// may be one that doubles `levels` times.
 struct Pass {
-  int taps, from, length;
+  int taps, from, length, levels;
 };
 struct Passes {
   Pass pass[16];
   int count;
 };
 Passes PlanAcross(int width) {
-  // As few passes as windows growing by five make it, then as few taps as that many passes allow.
-  int count = 0;
-  for (std::int64_t reach = 1; reach < width; reach *= 5) ++count;
-  int taps = 2;
-  const auto reach = [&](int by) {
-    std::int64_t r = 1;
-    for (int k = 0; k < count; ++k) r *= by;
-    return r;
-  };
-  while (reach(taps) < width) ++taps;
   Passes plan;
   plan.count = 0;
   int length = 1;
+  if (width >= kLeastDoubled) {
+    int levels = 2;
+    while (levels < kMostLevels && (2 << levels) < width) ++levels;
+    length = 1 << levels;
+    plan.pass[plan.count++] = {2, 1, length, levels};
+  }
+  // As few passes as windows growing by five make it, then as few taps as that many passes allow.
+  const auto reach = [&](int by, int count) {
+    std::int64_t r = length;
+    for (int k = 0; k < count; ++k) r *= by;
+    return r;
+  };
+  int count = 0, taps = 2;
+  while (reach(5, count) < width) ++count;
+  while (reach(taps, count) < width) ++taps;
   while (length < width) {
     const int parts = width / length + (width % length != 0);
     Pass& pass = plan.pass[plan.count++];
     pass.taps = parts <= taps ? parts : taps;
     pass.from = length;
     pass.length = parts <= taps ? width : length * taps;
+    pass.levels = 0;
     length = pass.length;
   }
   return plan;
@@ -142,9 +299,7 @@ Passes PlanAcross(int width) {
 
 // Some rows across: n output bytes each from n + (width - 1) * 3 bytes of `in`. A pass goes over all of the rows before the
 // next one begins: what was just stored cannot be read at odd offsets until it has left the processor's store queue.
-// temp: 2 * kBatch buffers of the size of an input row. scratch: the input lies in scratch memory.
-constexpr int kBatch = 4;
-
+// temp: 2 * kBatch buffers of the size of an input row. scratch: the input lies in scratch memory, as doubling needs it.
 template <bool kMax>
 void RowsAcross(const Passes& plan, int width, const u8* const* in, bool scratch, u8* const* out, int rows,
                 std::ptrdiff_t n, u8* const* temp) {
@@ -156,6 +311,10 @@ void RowsAcross(const Passes& plan, int width, const u8* const* in, bool scratch
     const std::ptrdiff_t pitch = std::ptrdiff_t{pass.from} * 3, last = std::ptrdiff_t{pass.length - pass.from} * 3;
     for (int r = 0; r < rows; ++r) {
       const u8* const row = from[r];
+      if (pass.levels > 0) {
+        Doubled<kMax>(pass.levels, row, to[r], count);
+        continue;
+      }
       if ((scratch || k > 0) && pass.from == 1) {
         switch (pass.taps) {
           case 2:
@@ -195,6 +354,8 @@ template <bool kMax>
 IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize roi, IppiSize mask) {
   const std::ptrdiff_t row_bytes = std::ptrdiff_t{roi.width} * 3, halo = std::ptrdiff_t{mask.width - 1} * 3;
   const int height = mask.height;
+  const Passes plan = PlanAcross(mask.width);
+  const bool doubles = plan.count > 0 && plan.pass[0].levels > 0;
   // Strips of one width; the last one overlaps the one before.
   std::ptrdiff_t longest = kLowStrip + halo / 4;
   if (height > kMaxLow) {
@@ -204,7 +365,7 @@ IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize r
   const std::ptrdiff_t strips = (row_bytes + longest - 1) / longest;
   std::ptrdiff_t n = RoundUp((row_bytes + strips - 1) / strips, 64);
   if (n > row_bytes) n = row_bytes;
-  const std::ptrdiff_t wide = n + halo, pitch = RoundUp(wide, 64) + 64;
+  const std::ptrdiff_t wide = n + halo, pitch = RoundUp(wide, 64) + (doubles ? kBehind : 64);  // doubling reads and writes behind a row
   const int rows_kept = height == 1 ? 0 : height + 1 + kBatch;
   if (pitch > 0x7FFFFFFF / (std::int64_t{height} + 1 + 3 * kBatch)) return ippStsMemAllocErr;
   const Scratch64 scratch = MakeScratch64(pitch * (rows_kept + 2 * kBatch));
@@ -213,7 +374,6 @@ IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize r
   u8* temp[2 * kBatch];
   for (int k = 0; k < 2 * kBatch; ++k) temp[k] = memory + k * pitch;
   u8* const kept = memory + 2 * kBatch * pitch;
-  const Passes plan = PlanAcross(mask.width);
 
   for (std::ptrdiff_t x = 0; x < row_bytes; x += n) {
     if (x + n > row_bytes) x = row_bytes - n;
@@ -224,8 +384,15 @@ IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize r
         const int rows = roi.height - y < kBatch ? roi.height - y : kBatch;
         const u8* in[kBatch];
         u8* out[kBatch];
-        for (int r = 0; r < rows; ++r) in[r] = RowAt(from, src_step, y + r), out[r] = RowAt(to, dst_step, y + r);
-        RowsAcross<kMax>(plan, mask.width, in, false, out, rows, n, temp);
+        for (int r = 0; r < rows; ++r) {
+          in[r] = RowAt(from, src_step, y + r), out[r] = RowAt(to, dst_step, y + r);
+          if (doubles) {
+            u8* const copy = temp[kBatch + r];
+            __builtin_memcpy(copy, in[r], static_cast<std::size_t>(wide));
+            in[r] = copy;
+          }
+        }
+        RowsAcross<kMax>(plan, mask.width, in, doubles, out, rows, n, temp);
       }
       continue;
     }
@@ -255,26 +422,39 @@ IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize r
       // kept[j]: extreme of the block's rows from j on; kept[height]: of the next block's rows so far.
       u8* const running = kept + std::ptrdiff_t{height} * pitch;
       const u8* above = RowAt(from, src_step, y + height - 1);
-      for (int j = height - 2; j >= 0; --j) {
-        u8* suffix = kept + std::ptrdiff_t{j} * pitch;
-        Pair<kMax>(RowAt(from, src_step, y + j), above, suffix, wide);
-        above = suffix;
+      for (int j = height - 2; j >= 0;) {
+        const int batch = j + 1 < kBatch ? 1 : kBatch;
+        const u8* rows[kBatch];
+        u8* suffixes[kBatch];
+        for (int r = 0; r < batch; ++r, --j) {
+          rows[r] = RowAt(from, src_step, y + j);
+          suffixes[r] = kept + std::ptrdiff_t{j} * pitch;
+        }
+        if (batch == kBatch) {
+          Gather<kMax, kBatch>(above, rows, suffixes, wide);
+        } else {
+          Gather<kMax, 1>(above, rows, suffixes, wide);
+        }
+        above = suffixes[batch - 1];
       }
-      for (int first = 0; first < count; first += kBatch) {
-        const int batch = count - first < kBatch ? count - first : kBatch;
-        const u8* down[kBatch];
-        u8* results[kBatch];
+      // The block's first row is done, the others are so by batches.
+      for (int first = 0, batch = 1; first < count; first += batch) {
+        batch = first == 0 ? 1 : count - first < kBatch ? 1 : kBatch;
+        const u8 *down[kBatch] = {kept}, *rows[kBatch], *suffixes[kBatch];
+        u8 *results[kBatch], *reduced[kBatch];
         for (int r = 0; r < batch; ++r) {
           const int j = first + r;
           results[r] = RowAt(to, dst_step, y + j);
-          down[r] = kept;
           if (j == 0) continue;
-          const u8* next = RowAt(from, src_step, y + height - 1 + j);
-          const u8* suffix = j + 1 < height ? kept + std::ptrdiff_t{j} * pitch : RowAt(from, src_step, y + j);
-          u8* const result = mask.width > 1 ? running + (r + 1) * pitch : results[r];
-          if (j == 1) __builtin_memcpy(running, next, static_cast<std::size_t>(wide));
-          Advance<kMax>(next, running, suffix, result, wide);
-          down[r] = result;
+          rows[r] = RowAt(from, src_step, y + height - 1 + j);
+          suffixes[r] = j + 1 < height ? kept + std::ptrdiff_t{j} * pitch : RowAt(from, src_step, y + j);
+          reduced[r] = mask.width > 1 ? running + (r + 1) * pitch : results[r];
+          down[r] = reduced[r];
+        }
+        if (first > 0 && batch == kBatch) {
+          Advance<kMax, kBatch>(rows, running, first == 1, suffixes, reduced, wide);
+        } else if (first > 0) {
+          Advance<kMax, 1>(rows, running, first == 1, suffixes, reduced, wide);
         }
         if (mask.width > 1) {
           RowsAcross<kMax>(plan, mask.width, down, true, results, batch, n, temp);
