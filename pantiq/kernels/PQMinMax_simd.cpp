@@ -367,7 +367,7 @@ IppStatus Extreme(const u8* src, int src_step, u8* dst, int dst_step, IppiSize r
   const std::ptrdiff_t strips = (row_bytes + longest - 1) / longest;
   std::ptrdiff_t n = RoundUp((row_bytes + strips - 1) / strips, 64);
   if (n > row_bytes) n = row_bytes;
-  const std::ptrdiff_t wide = n + halo, pitch = RoundUp(wide, 64) + (doubles ? kBehind : 64);  // doubling reads and writes behind a row
+  const std::ptrdiff_t wide = n + halo, pitch = RoundUp(wide, 64) + (doubles ? kBehind : 64);
   const int rows_kept = height == 1 ? 0 : height + 1 + kBatch;
   if (pitch > 0x7FFFFFFF / (std::int64_t{height} + 1 + 3 * kBatch)) return ippStsMemAllocErr;
   const Scratch64 scratch = MakeScratch64(pitch * (rows_kept + 2 * kBatch));
