@@ -5,6 +5,8 @@
 #include <cstring>
 #include <utility>
 
+#include "pantiq/core/PQFrameLoan.h"
+
 namespace pantiq {
 
 constinit const PQClassTag TPQBaseCommonLogger::kTag{"TPQBaseCommonLogger", &TComponent::kTag};
@@ -347,11 +349,10 @@ void TPQDSCommonLogger::IntRenderImage(bool enabled, const IRWDataBuffer& frame)
   }
   PQPlatformBlock block;
   NextInterval(frame, block.begin, block.end);
-  const auto storage = std::make_shared<PQRef<PQFrameBlock>>(image->Storage());
   block.data = image->Read();
   block.step = image->GetStep();
   block.size = static_cast<std::size_t>(image->GetByteSize());
-  block.keep_alive = storage;
+  block.keep_alive = PQHoldFrame(image->Storage());
   Sent(graph->SendVideo(video_source_, block));
 }
 

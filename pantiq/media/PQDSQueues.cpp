@@ -2,7 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
+
+#include "pantiq/core/PQFrameLoan.h"
 
 namespace pantiq {
 
@@ -61,11 +62,6 @@ std::int64_t TPQDSBufferQueue::Queued() const {
 
 namespace {
 
-// What keeps a frame's memory while it is with the platform: the only holder of the block, until PushBuffer takes it.
-struct FrameHolder {
-  PQRef<PQFrameBlock> block;
-};
-
 // Rows of the sample into packed rows; what the sample does not hold becomes 0.
 void CopyRows(const PQPlatformBlock& sample, std::uint8_t* to, std::int64_t row_bytes, std::int64_t rows) {
   const std::int64_t step = sample.step > 0 ? sample.step : row_bytes;
@@ -87,13 +83,7 @@ void TPQVideoBufferQueueThread::SetSize(std::int32_t width, std::int32_t height,
 
 std::shared_ptr<void> TPQVideoBufferQueueThread::AllocateFrame(std::int64_t step, std::int64_t rows,
                                                                std::uint8_t*& data) {
-  try {
-    auto holder = std::make_shared<FrameHolder>(FrameHolder{PQFrameBlock::Make(step, rows)});
-    data = holder->block->Data();
-    return holder;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
+  return PQLendFrame(step, rows, data);
 }
 
 bool TPQVideoBufferQueueThread::PushBuffer(const PQPlatformBlock& sample, std::int64_t start, std::int64_t stop) {
@@ -105,12 +95,8 @@ bool TPQVideoBufferQueueThread::PushBuffer(const PQPlatformBlock& sample, std::i
     entry.width = width_, entry.height = height_, entry.format = format_;
   }
   const std::int64_t row_bytes = std::int64_t{entry.width} * PQPixelSize(entry.format);
-  if (sample.own) {
-    auto& holder = *static_cast<FrameHolder*>(const_cast<void*>(sample.keep_alive.get()));
-    if (holder.block && sample.data == holder.block->Data() && (sample.step == row_bytes || entry.height < 2) &&
-        holder.block->Bytes() == static_cast<std::size_t>(row_bytes * entry.height)) {
-      entry.block = std::move(holder.block);
-    }
+  if (sample.own && (sample.step == row_bytes || entry.height < 2)) {
+    entry.block = PQTakeLentFrame(sample.keep_alive, sample.data, row_bytes, entry.height);
   }
   if (!entry.block) {
     entry.block = PQFrameBlock::Make(row_bytes, entry.height);
