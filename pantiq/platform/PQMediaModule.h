@@ -1,8 +1,9 @@
-// The face of a media module: one object that makes readers and graphs. A module is a shared library with the one
+// The face of a media module: one object that makes readers, graphs and effects. A module is a shared library with the one
 // function below; nothing else of it is looked up by name.
 #pragma once
 #include <memory>
 
+#include "pantiq/platform/PQEffects.h"
 #include "pantiq/platform/PQMediaGraph.h"
 #include "pantiq/platform/PQMediaReader.h"
 
@@ -14,12 +15,17 @@ class PQ_EXPORT PQMediaModule {
   // Null with a result if the engine cannot be started.
   virtual std::unique_ptr<PQMediaReader> CreateReader(PQPlatformResult& result) = 0;
   virtual std::unique_ptr<PQMediaGraph> CreateGraph(PQPlatformResult& result) = 0;
+  // A module that has none need not say so.
+  virtual std::unique_ptr<PQEffects> CreateEffects(PQPlatformResult& result) {
+    result = {kPlatformMissing, "this media module has no effects"};
+    return nullptr;
+  }
   // Chooses encoders and muxer; fails with the missing element and its package.
   virtual PQPlatformResult ResolveProfile(const PQRecordingRequest& request, PQRecordingProfile& profile) = 0;
 };
 
 // Goes up with every change of the headers of this room.
-inline constexpr int kMediaModuleAbi = 1;
+inline constexpr int kMediaModuleAbi = 2;
 // The module's function: `PQMediaModule* pantiq_media_module(int abi)`; null if the numbers differ. The object lives as
 // long as the process.
 using PQMediaModuleEntry = PQMediaModule* (*)(int abi);

@@ -128,7 +128,7 @@ std::mutex& SeamMutex() {
   return *mutex;
 }
 
-GstBuffer* WrapBlock(const PQPlatformBlock& block, std::shared_ptr<const void> released) {
+GstBuffer* WrapBlock(const PQPlatformBlock& block, std::shared_ptr<const void> released, bool writable) {
   struct Holder {
     std::shared_ptr<const void> memory, released;
   };
@@ -143,9 +143,9 @@ GstBuffer* WrapBlock(const PQPlatformBlock& block, std::shared_ptr<const void> r
   };
   const std::lock_guard lock(SeamMutex());
   auto* holder = new Holder{block.keep_alive, std::move(released)};
-  // The memory is read only for the graph: whoever wants to write into it makes a copy.
-  GstBuffer* buffer = gst_buffer_new_wrapped_full(GST_MEMORY_FLAG_READONLY, const_cast<std::uint8_t*>(block.data),
-                                                  block.size, 0, block.size, holder, let_go);
+  GstBuffer* buffer =
+      gst_buffer_new_wrapped_full(writable ? static_cast<GstMemoryFlags>(0) : GST_MEMORY_FLAG_READONLY,
+                                  const_cast<std::uint8_t*>(block.data), block.size, 0, block.size, holder, let_go);
   GST_BUFFER_PTS(buffer) = static_cast<GstClockTime>(block.begin * kNanosecondsPerUnit);
   if (block.end > block.begin) {
     GST_BUFFER_DURATION(buffer) = static_cast<GstClockTime>((block.end - block.begin) * kNanosecondsPerUnit);

@@ -50,8 +50,9 @@ ElementPtr MakeBin(const std::string& description, PQPlatformResult& result);
 // Nothing is called under it that may let go of a buffer.
 std::mutex& SeamMutex();
 
-// A buffer over the block's own memory, which lives as long as the buffer. `released` runs when GStreamer lets go.
-GstBuffer* WrapBlock(const PQPlatformBlock& block, std::shared_ptr<const void> released);
+// A buffer over the block's own memory, which lives as long as the buffer. `released` runs when GStreamer lets go. With
+// `writable` whoever gets the buffer may change that memory; without it he makes a copy first.
+GstBuffer* WrapBlock(const PQPlatformBlock& block, std::shared_ptr<const void> released, bool writable = false);
 
 // Frames per second of a period in 100 ns: the usual fractions where they fit, 0/1 if there is none.
 void FrameRate(std::int64_t period, int& numerator, int& denominator);

@@ -1,6 +1,7 @@
 // The one exported function of the module.
 #include "pantiq/platform/PQMediaModule.h"
 #include "pantiq/platform/gst/PQGstCommon.h"
+#include "pantiq/platform/gst/PQGstEffects.h"
 #include "pantiq/platform/gst/PQGstGraph.h"
 #include "pantiq/platform/gst/PQGstProfiles.h"
 #include "pantiq/platform/gst/PQGstReader.h"
@@ -17,6 +18,10 @@ class Module final : public PQMediaModule {
   std::unique_ptr<PQMediaGraph> CreateGraph(PQPlatformResult& result) override {
     result = Initialise();
     return result.Ok() ? MakeGraph() : nullptr;
+  }
+  std::unique_ptr<PQEffects> CreateEffects(PQPlatformResult& result) override {
+    result = Initialise();
+    return result.Ok() ? MakeEffects() : nullptr;
   }
   PQPlatformResult ResolveProfile(const PQRecordingRequest& request, PQRecordingProfile& profile) override {
     if (auto result = Initialise(); !result.Ok()) return result;
