@@ -30,6 +30,7 @@
 #include "pantiq/media/PQASFPlayer.h"
 #include "pantiq/media/PQVideoCompressor.h"
 #include "pantiq/media/PQVideoDecompressor.h"
+#include "pantiq/plugins/PQDMOEffect.h"
 
 namespace pantiq {
 
@@ -57,6 +58,7 @@ void RegisterAll() {
   PQImageGen::Register();
   PQColorSplit::Register();
   PQWienerFilter::Register();
+  PQDMOEffect::Register();
   PQVideoDecompressor::Register();
   PQVideoCompressor::Register();
   PQThreshold::Register();
