@@ -1,5 +1,5 @@
-// Commands that show what there is: classes, one class, kernels, and what the platform brings. Only the last makes a module
-// of the platform load.
+// Commands that show what there is: classes, one class, kernels, and what the platform brings: codecs, effects. Only the
+// last two make a module of the platform load.
 #pragma once
 #include <string>
 
@@ -10,5 +10,7 @@ int ListClasses(bool json);
 int ListCodecs(bool json);
 int InspectClass(const std::string& name, bool json);
 int ListKernels(bool json);
+// Without a name all effects of the platform, each tried; with a name (or an element's, or an identifier) that one.
+int ListEffects(const std::string& name, bool json);
 
 }  // namespace pantiq::app

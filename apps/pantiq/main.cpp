@@ -110,7 +110,7 @@ int Main(int argc, char** argv) {
 
   RunArguments run;
   bool json = false, codecs = false;
-  std::string class_name, output;
+  std::string class_name, effect_name, output;
 
   CLI::App* run_command = program.add_subcommand("run", "Run a graph");
   AddWords(*run_command, run.words);
@@ -125,9 +125,14 @@ int Main(int argc, char** argv) {
   AddWords(*check, run.words);
   check->add_flag("--json", json, "Faults as JSON, one a line, on standard output");
 
-  CLI::App* list = program.add_subcommand("list", "List the classes of components");
+  CLI::App* list = program.add_subcommand("list", "List the classes of components, or what the platform brings");
+  CLI::Option* effects_option =
+      list->add_option("--effects", effect_name, "The effects for TPQDMOEffect, each tried; or the settings of one")
+          ->expected(0, 1)
+          ->type_name("[NAME]");
   list->add_flag("--json", json, "As JSON");
-  list->add_flag("--codecs", codecs, "List the codecs of TPQVideoCompressor that work here; tries them, which takes seconds");
+  list->add_flag("--codecs", codecs, "List the codecs of TPQVideoCompressor that work here; tries them, which takes seconds")
+      ->excludes(effects_option);
 
   CLI::App* inspect = program.add_subcommand("inspect", "Show the properties and pins of a class");
   inspect->add_option("class", class_name, "The class")->required()->type_name("CLASS");
@@ -166,6 +171,7 @@ int Main(int argc, char** argv) {
   if (*run_command) return RunGraph(run);
   if (*check) return CheckGraph(run.words, json);
   if (*list && codecs) return ListCodecs(json);
+  if (*effects_option) return ListEffects(effect_name, json);
   if (*list) return ListClasses(json);
   if (*inspect) return InspectClass(class_name, json);
   if (*save) return SaveGraph(run.words, output, run.overwrite);

@@ -459,8 +459,52 @@ class Listings(Case):
             for module in ("libgst", "libavcodec", "libavformat", "libQt", "libpantiq-"):
                 self.assertNotIn(module, opened, words)
 
+    def test_effects_are_tried_and_shown(self):
+        shown = json.loads(self.pantiq("list", "--effects", "--json").out)
+        text = self.pantiq("list", "--effects").out
+        effects = {e["element"]: e for e in shown["effects"]}
+        for effect in shown["effects"]:
+            line = next(line for line in text.splitlines() if effect["id"] in line)
+            for part in (effect["name"], effect["element"], effect["way"] if effect["usable"] else effect["reason"]):
+                self.assertIn(part, line)
+        for more in shown["more"]:
+            self.assertIn(f"  {more['package']}: ", text)
+        gamma = effects["gamma"]
+        self.assertTrue(gamma["usable"])
+        self.assertEqual(gamma["id"], "{0481BCB6-5276-5FB3-9D86-3A9E130F5D19}")
+        self.assertEqual([(s["name"], s["expected"], s["default"]) for s in gamma["settings"]],
+                         [("gamma", "a number from 0.01 to 10", "1")])
+        for name in ("gamma", gamma["name"], gamma["id"]):
+            self.assertEqual(json.loads(self.pantiq("list", "--effects", name, "--json").out), gamma)
+        self.assertIn("gamma: a number from 0.01 to 10 (default 1)", self.pantiq("list", "--effects=gamma").out)
+        self.refused("list", "--effects=gama", says=["no effect 'gama'", "nearest is 'gamma'"])
+
+    def test_without_the_module_effects_say_what_to_install(self):
+        with open(self.path("libpantiq-gst.so"), "w"):
+            pass
+        env = {"PANTIQ_MODULE_PATH": self.folder}
+        self.assertIn("gstreamer1.0-plugins-good", self.pantiq("list", "--effects", code=1, env=env).err)
+        done = self.pantiq("run", "--frames", "1", f"{GEN} ! TPQDMOEffect DMOName='Video balance' ! checksum", env=env)
+        self.assertEqual(done.out, self.pantiq("run", "--frames", "1", f"{GEN} ! checksum").out)
+        self.assertIn("frames pass unchanged", done.err)
+        self.assertIn("gstreamer1.0-plugins-good", done.err)
+
+    def test_an_effect_in_a_graph_that_was_saved(self):
+        effect = "TPQDMOEffect DMOName='Video balance' Settings='hue=0.5'"
+        direct = self.pantiq("run", "--frames", "2", f"{GEN} ! {effect} ! checksum").out
+        self.assertNotEqual(direct, self.pantiq("run", "--frames", "2", f"{GEN} ! checksum").out)
+        self.pantiq("save", f"{GEN} ! {effect} ! TPQMirror Name=m", "-o", self.path("fx.pqg"))
+        saved = self.read("fx.pqg").decode()
+        self.assertIn("DMOInfo = ('{1234CE75-4BB7-5115-97FD-DA3F79034E62}' 'Video balance')", saved)
+        self.write("other.pqg", saved.replace("'Video balance'", "'a name from elsewhere'").encode())
+        sink = "\nobject s: frames\n  FileName = '%s-%%d.png'\n  InputPin = m.OutputPin\nend\n"
+        for name in ("fx", "other"):
+            self.write(name + ".pqg", self.read(name + ".pqg") + (sink % name).encode())
+            self.pantiq("run", "--frames", "1", name + ".pqg", "--quiet")
+        self.assertEqual(self.read("fx-0.png"), self.read("other-0.png"))
+
     def test_a_full_disk_is_told(self):
-        for words in (["list"], ["inspect", "TPQMirror"], ["kernels"], ["--help"]):
+        for words in (["list"], ["list", "--effects"], ["inspect", "TPQMirror"], ["kernels"], ["--help"]):
             with open("/dev/full", "wb") as full:
                 done = subprocess.run([PANTIQ, *words], stdout=full, stderr=subprocess.PIPE)
             self.assertEqual(done.returncode, 1)
