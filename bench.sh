@@ -4,12 +4,12 @@
 # where they are not. Figures belong to the machine they were measured on; use a quiet one.
 #
 #   ./bench.sh                everything
-#   ./bench.sh hop kernels graphs peers      only these
+#   ./bench.sh hop kernels graphs effects peers   only these
 #   PANTIQ_PEERS=FOLDER       where the comparison lives (../shared/peer-bench)
 set -euo pipefail
 cd "$(dirname "$0")"
 parts=("$@")
-[ ${#parts[@]} -gt 0 ] || parts=(hop kernels graphs peers)
+[ ${#parts[@]} -gt 0 ] || parts=(hop kernels graphs effects peers)
 peers=${PANTIQ_PEERS:-../shared/peer-bench}
 
 ./setup.sh
@@ -31,6 +31,10 @@ for part in "${parts[@]}"; do
     graphs)
       echo; echo "== whole graphs"
       bench/apps/graphs.sh
+      ;;
+    effects)
+      echo; echo "== effects of the platform beside the same elements in pipelines"
+      if [ -x $bin/bench_effects ]; then $bin/bench_effects; else echo "skipped: built without PANTIQ_MEDIA"; fi
       ;;
     peers)
       echo; echo "== beside OpenCV and GStreamer"
@@ -58,7 +62,7 @@ for part in "${parts[@]}"; do
       done
       ;;
     *)
-      echo "bench: unknown part '$part'; expected hop, kernels, graphs or peers" >&2
+      echo "bench: unknown part '$part'; expected hop, kernels, graphs, effects or peers" >&2
       exit 2
       ;;
   esac
