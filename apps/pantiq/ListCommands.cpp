@@ -75,8 +75,9 @@ int ListCodecs(bool json) {
     decoder_width = std::max(decoder_width, codec.decoder.size() + 2);
     sizes_width = std::max(sizes_width, SizesOf(codec).size() + 2);
   }
-  const auto line = [&](const std::string& tag, const std::string& encoder, const std::string& decoder, const char* lossless,
-                        const char* alone, const char* quality, const std::string& sizes, const std::string& form) {
+  const auto line = [&](const std::string& tag, const std::string& encoder, const std::string& decoder,
+                        const char* lossless, const char* alone, const char* quality, const std::string& sizes,
+                        const std::string& form) {
     text += Padded(tag, 6) + Padded(encoder, encoder_width) + Padded(decoder, decoder_width) + Padded(lossless, 10) +
             Padded(alone, 7) + Padded(quality, 9) + Padded(sizes, sizes_width) + form + "\n";
   };
@@ -105,8 +106,9 @@ int ListCodecs(bool json) {
   if (codecs.empty()) text = "No codec works here: " + result.detail + "\n";
   if (!json) {
     if (!codecs.empty()) {
-      text += "\nEach that compresses was tried. lossless: every byte comes back; alone: each block can be "
-              "decompressed\nwithout those before it; quality: Quality counts.\n";
+      text +=
+          "\nEach that compresses was tried. lossless: every byte comes back; alone: each block can be "
+          "decompressed\nwithout those before it; quality: Quality counts.\n";
     }
     return PrintResult(text);
   }

@@ -131,7 +131,7 @@ int Main(int argc, char** argv) {
           ->expected(0, 1)
           ->type_name("[NAME]");
   list->add_flag("--json", json, "As JSON");
-  list->add_flag("--codecs", codecs, "List the codecs of TPQVideoCompressor that work here; tries them, which takes seconds")
+  list->add_flag("--codecs", codecs, "List the codecs of TPQVideoCompressor that work here; they are tried, in seconds")
       ->excludes(effects_option);
 
   CLI::App* inspect = program.add_subcommand("inspect", "Show the properties and pins of a class");

@@ -89,8 +89,9 @@ PQStatus TPQVideoCompressionItem::SetFourCC(const std::string& text) {
     }
   }
   if (!good) {
-    return {PQCode::BadValue, "'" + text + "': a codec tag has one to four characters, like MJPG, or is written as $ and "
-                              "eight hexadecimal digits; without one any codec is taken"};
+    return {PQCode::BadValue, "'" + text +
+                                  "': a codec tag has one to four characters, like MJPG, or is written as $ and "
+                                  "eight hexadecimal digits; without one any codec is taken"};
   }
   SetFOURCC(tag);
   return {};

@@ -1,5 +1,5 @@
-// TPQVideoCompressor: frames in, compressed blocks out, by a codec of the platform. Without a codec the stream passes as
-// it is.
+// TPQVideoCompressor: frames in, compressed blocks out, by a codec of the platform. Without a codec the stream passes
+// as it is.
 //
 // Threads. Starts, stops and frames come on the threads that send them and never overlap; setters on any thread.
 #pragma once

@@ -1,6 +1,6 @@
 // TPQVideoDecompressor: compressed blocks in, frames out. The form of the blocks comes with the start that a compressor
-// sends; for a stream without one it is what Decompressions, Width, Height and VideoFormat say. Without a codec blocks are
-// taken for the pixels of frames.
+// sends; for a stream without one it is what Decompressions, Width, Height and VideoFormat say. Without a codec blocks
+// are taken for the pixels of frames.
 //
 // Threads. Starts, stops and blocks come on the threads that send them and never overlap; setters on any thread.
 #pragma once

@@ -74,14 +74,14 @@ struct PQCodecPicture {
 // What was found out about a tag by trying it on small pictures.
 struct PQCodecEntry {
   std::uint32_t tag = 0;
-  std::string name;            // of the form of the stream
-  std::string encoder;         // empty: can only be decompressed
-  std::string decoder;         // empty: can only be compressed
-  bool lossless = false;       // a picture of noise came back byte for byte
-  bool every_frame_key = false;  // each block can be decompressed without the others
-  bool quality = false;        // Quality changes the size of the blocks
-  int align = 1;               // width and height are multiples of it
-  int least = 1, most = 0;     // pixels of a side that were tried and taken
+  std::string name;                // of the form of the stream
+  std::string encoder;             // empty: can only be decompressed
+  std::string decoder;             // empty: can only be compressed
+  bool lossless = false;           // a picture of noise came back byte for byte
+  bool every_frame_key = false;    // each block can be decompressed without the others
+  bool quality = false;            // Quality changes the size of the blocks
+  int align = 1;                   // width and height are multiples of it
+  int least = 1, most = 0;         // pixels of a side that were tried and taken
   std::vector<std::string> sizes;  // "352x288": only these, if there are any
 };
 
@@ -104,8 +104,8 @@ class PQ_EXPORT PQCodecManager {
                                              const BITMAPINFOHEADER& output, std::size_t& bytes) = 0;
   virtual PQPlatformResult ICCompressBegin(PQCodecHandle handle, const BITMAPINFOHEADER& input,
                                            const BITMAPINFOHEADER& output) = 0;
-  // Compresses one frame; `biSizeImage` of the output header tells the bytes of the block. `frame_number` counts up from
-  // 0. `frame_size` 0: no size is aimed at. `previous` and `previous_frame` may be null.
+  // Compresses one frame; `biSizeImage` of the output header tells the bytes of the block. `frame_number` counts up
+  // from 0. `frame_size` 0: no size is aimed at. `previous` and `previous_frame` may be null.
   virtual PQPlatformResult ICCompress(PQCodecHandle handle, std::uint32_t flags, BITMAPINFOHEADER& output,
                                       const PQCodecBlock& block, const BITMAPINFOHEADER& input,
                                       const PQPlatformBlock& frame, std::uint32_t& chunk_id,
@@ -136,8 +136,8 @@ class PQ_EXPORT PQCodecManager {
 
 // Goes up with every change of this header.
 inline constexpr int kCodecManagerAbi = 1;
-// The function of a codec module: `PQCodecManager* pantiq_codec_manager(int abi)`; null if the numbers differ. The object
-// lives as long as the process.
+// The function of a codec module: `PQCodecManager* pantiq_codec_manager(int abi)`; null if the numbers differ. The
+// object lives as long as the process.
 using PQCodecManagerEntry = PQCodecManager* (*)(int abi);
 inline constexpr const char* kCodecManagerEntry = "pantiq_codec_manager";
 

@@ -594,7 +594,8 @@ class Codecs(Case):
 
     @classmethod
     def setUpClass(cls):
-        listed = json.loads(subprocess.run([PANTIQ, "list", "--codecs", "--json"], capture_output=True, check=True).stdout)
+        done = subprocess.run([PANTIQ, "list", "--codecs", "--json"], capture_output=True, check=True)
+        listed = json.loads(done.stdout)
         cls.tags = {codec["tag"]: codec for codec in listed["codecs"]}
         if not all(tag in cls.tags for tag in cls.NEEDED):
             raise unittest.SkipTest(str(listed.get("missing", "codecs are missing")))
@@ -606,8 +607,8 @@ class Codecs(Case):
         return done.out
 
     def test_a_clip_comes_back(self):
-        self.pantiq("run", "--frames", "30",
-                    "TPQJaehneGen ImageSize.Width=162 ImageSize.Height=122 ! TPQGaussNoise ! TPQASFLogger FileName='clip.asf'")
+        made = "TPQJaehneGen ImageSize.Width=162 ImageSize.Height=122 ! TPQGaussNoise"
+        self.pantiq("run", "--frames", "30", f"{made} ! TPQASFLogger FileName='clip.asf'")
         direct = self.pantiq("run", "TPQASFPlayer FileName='clip.asf' ! checksum").out
         self.assertEqual(len(direct.splitlines()), 30)
         for tag in ("FFV1", "HFYU", "DIB"):
@@ -623,6 +624,19 @@ class Codecs(Case):
         self.assertEqual(len(done.out.splitlines()), 2)
         self.assertIn("'ABCD' can't be opened; 'MJPG' compresses", done.err)
         self.refused("run", line.replace("ABCD", "MJPEG"), says=["FourCC", "'MJPEG'", "one to four characters"])
+
+    def test_without_the_module_frames_pass_as_they_are(self):
+        self.write("libpantiq-av.so", b"this is no library")
+        missing = {"PANTIQ_MODULE_PATH": self.folder}
+        line = f"{GEN} ! TPQVideoCompressor ! TPQVideoDecompressor Width=32 Height=16 ! checksum"
+        done = self.pantiq("run", "--frames", "2", line, env=missing)
+        self.assertEqual(done.out, self.pantiq("run", "--frames", "2", f"{GEN} ! checksum").out)
+        self.assertIn("PQVideoCompressor1: No codec can be opened; frames pass as they are.", done.err)
+        self.assertIn("install libavcodec59", done.err)
+        self.assertIn("install libavcodec59", self.pantiq("list", "--codecs", env=missing).out)
+        listed = json.loads(self.pantiq("list", "--codecs", "--json", env=missing).out)
+        self.assertEqual(listed["codecs"], [])
+        self.assertIn("install libavcodec59", listed["missing"])
 
     def test_the_list(self):
         text = self.pantiq("list", "--codecs").out

@@ -106,7 +106,8 @@ void AddCodec(TPQVideoCompressionItems& items, std::uint32_t tag, std::uint32_t 
 // --- parts ----------------------------------------------------------------------------------------------------------
 
 TEST(VideoCompression, BitsOfFormatsAndBack) {
-  constexpr std::pair<TPQVideoFormat, int> kPairs[] = {{vfRGB24, 24}, {vfYUY2, 16}, {vfGrayScale, 8}, {vfUnspecified, -1}};
+  constexpr std::pair<TPQVideoFormat, int> kPairs[] = {
+      {vfRGB24, 24}, {vfYUY2, 16}, {vfGrayScale, 8}, {vfUnspecified, -1}};
   for (const auto& [format, bits] : kPairs) {
     EXPECT_EQ(PQVideoFormatToBitCount(format), bits);
     EXPECT_EQ(PQBitCountToVideoFormat(bits), format);
@@ -123,9 +124,15 @@ TEST(VideoCompression, TagsAsText) {
     std::uint32_t tag;
     const char* shown;
   };
-  const Case cases[] = {{"MJPG", 0x47504a4d, "MJPG"}, {"DIB", 0x20424944, "DIB"},       {"DIB ", 0x20424944, "DIB"},
-                        {"", 0, ""},                  {"$47504a4d", 0x47504a4d, "MJPG"}, {"$00000001", 1, "$00000001"},
-                        {"$00000000", 0, ""},         {"$", 0x20202024, "$"},            {"$20202020", 0x20202020, "$20202020"}};
+  const Case cases[] = {{"MJPG", 0x47504a4d, "MJPG"},
+                        {"DIB", 0x20424944, "DIB"},
+                        {"DIB ", 0x20424944, "DIB"},
+                        {"", 0, ""},
+                        {"$47504a4d", 0x47504a4d, "MJPG"},
+                        {"$00000001", 1, "$00000001"},
+                        {"$00000000", 0, ""},
+                        {"$", 0x20202024, "$"},
+                        {"$20202020", 0x20202020, "$20202020"}};
   for (const Case& one : cases) {
     EXPECT_TRUE(item->SetFourCC(one.text).Ok()) << one.text;
     EXPECT_EQ(item->GetFOURCC(), one.tag) << one.text;
@@ -188,7 +195,9 @@ TEST_F(Compressing, CallsEachStepInItsPlace) {
   EXPECT_EQ(codecs.qualities, (std::vector<std::uint32_t>{4000}));
   ASSERT_EQ(end.log.back(), "TRWBlockBuffer 600");
   const auto* block = static_cast<const std::uint8_t*>(end.buffers[0]->ReadData());
-  for (std::size_t i = 0; i < turned.size(); ++i) ASSERT_EQ(block[i], static_cast<std::uint8_t>(turned[i] + FakeCodecs::kShift));
+  for (std::size_t i = 0; i < turned.size(); ++i) {
+    ASSERT_EQ(block[i], static_cast<std::uint8_t>(turned[i] + FakeCodecs::kShift));
+  }
   EXPECT_EQ(end.buffers[0]->GetSequenceStamp().GetBufferNumber(), 5);
   EXPECT_EQ(end.buffers[0]->GetTimeStamp().GetBegin(), 2000000);
   EXPECT_EQ(end.buffers[0]->GetTimeStamp().GetEnd(), 2400000);
@@ -347,7 +356,9 @@ TEST_F(Compressing, HostileAnswersAndSizes) {
   source.StartVideo(8, 4);
   source.SendFrame(8, 4, 0);
   EXPECT_EQ(end.log.back(), "TRWBlockBuffer 50");
-  for (const auto& size : {std::pair(0, 4), std::pair(-8, 4), std::pair(8, -4), std::pair(32768, 4), std::pair(2147483647, 2147483647)}) {
+  constexpr int kMost = 2147483647;
+  for (const auto& size :
+       {std::pair(0, 4), std::pair(-8, 4), std::pair(8, -4), std::pair(32768, 4), std::pair(kMost, kMost)}) {
     codecs.log.Clear();
     source.StartVideo(size.first, size.second);
     EXPECT_EQ(end.log.back(), "TJCStartFrameOperation");
@@ -357,7 +368,7 @@ TEST_F(Compressing, HostileAnswersAndSizes) {
   source.StartVideo(8, 4);
   source.VideoPin.SubmitBuffer(PQMakeRef<TRWBlockBuffer>(5));  // no frame
   EXPECT_EQ(end.log.back(), "TRWBlockBuffer 5");
-  EXPECT_EQ(codecs.log.Count("ICCompress"), codecs.log.Count("ICCompressGet") + codecs.log.Count("ICCompressBegin") + codecs.log.Count("ICCompressEnd"));
+  EXPECT_EQ(codecs.numbers.size(), 1u);  // of the frame before
 }
 
 TEST_F(Compressing, GoesUpwardsAndDiesInAnyState) {
@@ -395,7 +406,8 @@ class Decompressing : public ::testing::Test {
   }
   void Announce(int width, int height, int bits = 24, float rate = 25) {
     BITMAPINFOHEADER frames;
-    frames.biWidth = width, frames.biHeight = height, frames.biPlanes = 1, frames.biBitCount = static_cast<std::uint16_t>(bits);
+    frames.biWidth = width, frames.biHeight = height, frames.biPlanes = 1;
+    frames.biBitCount = static_cast<std::uint16_t>(bits);
     BITMAPINFOHEADER blocks = frames;
     blocks.biCompression = kFake, blocks.biBitCount = 24;
     end.Out.Notify(*PQMakeRef<TPQStartVideoCompressionOperation>(0, rate, kFake, frames, blocks));
@@ -463,7 +475,8 @@ TEST_F(Decompressing, AStreamThatIsNotAnnounced) {
   auto start = PQMakeRef<TJCStartSampleRateOperation>(0, 0.0);
   start->Rate = 25;
   end.Out.Notify(*start);
-  EXPECT_EQ(Calls(), (Lines{"ICLocate 1111 compress", "ICLocate FAKE compress", "ICCompressGetFormat", "ICDecompressBegin"}));
+  EXPECT_EQ(Calls(),
+            (Lines{"ICLocate 1111 compress", "ICLocate FAKE compress", "ICCompressGetFormat", "ICDecompressBegin"}));
   EXPECT_EQ(codecs.decompress_input.biCompression, kFake);
   EXPECT_EQ(codecs.decompress_output.biCompression, 0u);
   EXPECT_EQ(out.sink.Log(), (Lines{"v start 20 10 0"}));
@@ -497,15 +510,16 @@ TEST_F(Decompressing, EachStepOfAnAnnouncedStartMayFail) {
     Announce(8, 4);
     codecs.log.FailStep("");
     const bool again = codecs.refuses_output;
-    EXPECT_EQ(out.sink.Log(), again ? (Lines{"v start 8 4 0"}) : (Lines{"v start 8 4 0", "v TJCStopOperation"})) << step;
+    EXPECT_EQ(out.sink.Log(), again ? (Lines{"v start 8 4 0"}) : (Lines{"v start 8 4 0", "v TJCStopOperation"}))
+        << step;
     EXPECT_EQ(codecs.open, again ? 1 : 0) << step;
   }
   // Found at the second try: what the codec gives is asked for. Found not at all: the questions are put all the same.
   codecs.refuses_output = true;
   Calls();
   Announce(8, 4);
-  EXPECT_EQ(Calls(), (Lines{"ICLocate FAKE decompress both", "ICLocate FAKE decompress", "ICCompressGetFormat", "ICGetInfo",
-                            "ICDecompressBegin"}));
+  EXPECT_EQ(Calls(), (Lines{"ICLocate FAKE decompress both", "ICLocate FAKE decompress", "ICCompressGetFormat",
+                            "ICGetInfo", "ICDecompressBegin"}));
   codecs.tags.clear();
   Announce(8, 4);
   EXPECT_EQ(Calls(), (Lines{"ICDecompressEnd", "ICClose", "ICLocate FAKE decompress both", "ICLocate FAKE decompress",
@@ -520,12 +534,10 @@ TEST_F(Decompressing, HostileHeadersOpenNothing) {
     TPQVideoFormat format = vfUnspecified;
   };
   constexpr int kMost = 2147483647, kLeast = -kMost - 1;
-  constexpr Case kCases[] = {{8, 4, 24, true, vfRGB24}, {8, -4, 24, true, vfRGB24},
-                             {8, 4, 8, true, vfGrayScale}, {8, 4, 16, true, vfYUY2},
-                             {8, 4, 32, false},         {8, 4, 0, false},
-                             {0, 4, 24, false},         {8, 0, 24, false},
-                             {-8, 4, 24, false},        {32768, 4, 24, false},
-                             {8, kLeast, 24, false},    {kMost, kMost, 24, false},
+  constexpr Case kCases[] = {{8, 4, 24, true, vfRGB24}, {8, -4, 24, true, vfRGB24}, {8, 4, 8, true, vfGrayScale},
+                             {8, 4, 16, true, vfYUY2},  {8, 4, 32, false},          {8, 4, 0, false},
+                             {0, 4, 24, false},         {8, 0, 24, false},          {-8, 4, 24, false},
+                             {32768, 4, 24, false},     {8, kLeast, 24, false},     {kMost, kMost, 24, false},
                              {32767, 32767, 24, false}};
   for (const Case& one : kCases) {
     SCOPED_TRACE(std::to_string(one.width) + "x" + std::to_string(one.height) + "x" + std::to_string(one.bits));

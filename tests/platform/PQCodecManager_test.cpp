@@ -40,7 +40,8 @@ Pixels Picture(int width, int height, int number) {
   const std::size_t step = static_cast<std::size_t>(width) * 3;
   Pixels pixels(upright.size());
   for (int y = 0; y < height; ++y) {
-    std::memcpy(&pixels[step * static_cast<std::size_t>(height - 1 - y)], &upright[step * static_cast<std::size_t>(y)], step);
+    const auto from = static_cast<std::size_t>(y), to = static_cast<std::size_t>(height - 1 - y);
+    std::memcpy(&pixels[step * to], &upright[step * from], step);
   }
   return pixels;
 }
@@ -71,7 +72,8 @@ class Codecs : public ::testing::Test {
 // A tag, opened to compress, and what it makes opened again to decompress.
 class Pair {
  public:
-  Pair(PQCodecManager& manager, std::uint32_t tag, int width, int height) : manager_(manager), input_(Header(width, height)) {
+  Pair(PQCodecManager& manager, std::uint32_t tag, int width, int height)
+      : manager_(manager), input_(Header(width, height)) {
     result = manager_.ICLocate(kVideoCodecType, tag, input_, nullptr, kCodecCompress, compress_);
     if (result.Ok()) result = manager_.ICCompressGetFormat(compress_, input_, form);
     std::size_t bytes = 0;
@@ -123,12 +125,13 @@ class Pair {
   std::int32_t number_ = 0;
 };
 
-constexpr std::uint32_t kLossless[] = {Tag("HFYU"), Tag("FFVH"), Tag("FFV1"), Tag("M8RG"), Tag("MPNG"),
-                                       Tag("ZMBV"), Tag("MJLS"), Tag("DIB ")};
+constexpr std::uint32_t kLossless[] = {Tag("HFYU"), Tag("FFVH"), Tag("FFV1"), Tag("M8RG"),
+                                       Tag("MPNG"), Tag("ZMBV"), Tag("MJLS"), Tag("DIB ")};
 
 // Noise, too: no block is larger than its memory.
 TEST_F(Codecs, WithoutLossEveryByteComesBackAtEverySize) {
-  constexpr int kSizes[][2] = {{1, 1}, {2, 3}, {5, 17}, {16, 16}, {31, 4}, {32, 9}, {33, 10}, {64, 48}, {97, 61}, {160, 33}, {641, 479}};
+  constexpr int kSizes[][2] = {{1, 1},   {2, 3},   {5, 17},  {16, 16},  {31, 4},   {32, 9},
+                               {33, 10}, {64, 48}, {97, 61}, {160, 33}, {641, 479}};
   for (const std::uint32_t tag : kLossless) {
     for (const auto& size : kSizes) {
       SCOPED_TRACE(Name(tag) + " " + std::to_string(size[0]) + "x" + std::to_string(size[1]));
@@ -151,12 +154,16 @@ TEST_F(Codecs, WithLossPicturesComeBackFairly) {
     double least;  // dB
     int width = 128, height = 64;
   };
-  constexpr Case kCases[] = {{"MJPG", 38}, {"LJPG", 38}, {"XVID", 32}, {"DIVX", 32}, {"FMP4", 32},  {"X264", 32}, {"H264", 32},
-                             {"WMV1", 32}, {"WMV2", 32}, {"MP43", 32}, {"DIV3", 32}, {"MP42", 32},  {"mpg1", 32}, {"mpg2", 32},
-                             {"FLV1", 32}, {"VP80", 28}, {"VP90", 32}, {"MJ2C", 30}, {"SNOW", 30},  {"ASV1", 28}, {"ASV2", 28},
-                             {"cvid", 25}, {"CRAM", 25}, {"SVQ1", 20}, {"CFHD", 35}, {"CLJR", 20},  {"YUY2", 28}, {"UYVY", 28},
-                             {"I420", 28}, {"X264", 32, 129, 65}, {"XVID", 32, 129, 65}, {"MJPG", 38, 129, 65},
-                             {"H263", 28, 352, 288}, {"dvsd", 30, 720, 576}, {"dvsd", 24, 720, 480}};
+  constexpr Case kCases[] = {
+      {"MJPG", 38},           {"LJPG", 38},           {"XVID", 32},          {"DIVX", 32},
+      {"FMP4", 32},           {"X264", 32},           {"H264", 32},          {"WMV1", 32},
+      {"WMV2", 32},           {"MP43", 32},           {"DIV3", 32},          {"MP42", 32},
+      {"mpg1", 32},           {"mpg2", 32},           {"FLV1", 32},          {"VP80", 28},
+      {"VP90", 32},           {"MJ2C", 30},           {"SNOW", 30},          {"ASV1", 28},
+      {"ASV2", 28},           {"cvid", 25},           {"CRAM", 25},          {"SVQ1", 20},
+      {"CFHD", 35},           {"CLJR", 20},           {"YUY2", 28},          {"UYVY", 28},
+      {"I420", 28},           {"X264", 32, 129, 65},  {"XVID", 32, 129, 65}, {"MJPG", 38, 129, 65},
+      {"H263", 28, 352, 288}, {"dvsd", 30, 720, 576}, {"dvsd", 24, 720, 480}};
   for (const Case& one : kCases) {
     SCOPED_TRACE(std::string(one.tag) + " " + std::to_string(one.width) + "x" + std::to_string(one.height));
     Pair pair(*manager, Tag(one.tag), one.width, one.height);
@@ -209,9 +216,10 @@ TEST_F(Codecs, TagZeroCompressesWithAnyCodecThatTakesTheFrames) {
 // still comes back afterwards.
 TEST_F(Codecs, BadBlocksAreRefusedAndDoNoHarm) {
   std::vector<std::uint32_t> tags(std::begin(kLossless), std::end(kLossless));
-  for (const auto tag : {Tag("MJPG"), Tag("XVID"), Tag("X264"), Tag("WMV1"), Tag("WMV2"), Tag("MP43"), Tag("MP42"), Tag("mpg1"),
-                         Tag("mpg2"), Tag("FLV1"), Tag("VP80"), Tag("VP90"), Tag("MJ2C"), Tag("SNOW"), Tag("ASV1"), Tag("ASV2"),
-                         Tag("cvid"), Tag("CRAM"), Tag("SVQ1"), Tag("CFHD"), Tag("CLJR"), Tag("YUY2"), Tag("I420")}) {
+  for (const auto tag :
+       {Tag("MJPG"), Tag("XVID"), Tag("X264"), Tag("WMV1"), Tag("WMV2"), Tag("MP43"), Tag("MP42"), Tag("mpg1"),
+        Tag("mpg2"), Tag("FLV1"), Tag("VP80"), Tag("VP90"), Tag("MJ2C"), Tag("SNOW"), Tag("ASV1"), Tag("ASV2"),
+        Tag("cvid"), Tag("CRAM"), Tag("SVQ1"), Tag("CFHD"), Tag("CLJR"), Tag("YUY2"), Tag("I420")}) {
     tags.push_back(tag);
   }
   const int rounds = std::getenv("PANTIQ_TEST_LONG") != nullptr ? 4000 : 40;
@@ -227,7 +235,8 @@ TEST_F(Codecs, BadBlocksAreRefusedAndDoNoHarm) {
     std::mt19937 random(tag);
     for (const Pixels* block : {&good, &second}) {
       for (std::size_t part = 0; part <= 8; ++part) {
-        (void)pair.Decompress(Pixels(block->begin(), block->begin() + static_cast<std::ptrdiff_t>(block->size() * part / 9)));
+        const auto kept = static_cast<std::ptrdiff_t>(block->size() * part / 9);
+        (void)pair.Decompress(Pixels(block->begin(), block->begin() + kept));
       }
       for (int round = 0; round < rounds; ++round) {
         Pixels bad = *block;

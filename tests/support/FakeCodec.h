@@ -1,5 +1,5 @@
-// A codec manager without codecs: knows a few tags, turns pixels into blocks and back by adding to each byte, writes down
-// each call, and fails at the n-th call or at a named step.
+// A codec manager without codecs: knows a few tags, turns pixels into blocks and back by adding to each byte, writes
+// down each call, and fails at the n-th call or at a named step.
 #pragma once
 #include <algorithm>
 #include <map>
@@ -39,7 +39,9 @@ class FakeCodecs final : public PQCodecManager {
                            (output != nullptr ? " both" : ""));
     if (!result.Ok()) return result;
     const bool known = tag == 0 ? any != 0 : std::find(tags.begin(), tags.end(), tag) != tags.end();
-    if (type != kVideoCodecType || !known || (output != nullptr && refuses_output)) return {kPlatformFormat, "no such codec"};
+    if (type != kVideoCodecType || !known || (output != nullptr && refuses_output)) {
+      return {kPlatformFormat, "no such codec"};
+    }
     compress_input = input;
     tag_ = tag == 0 ? any : tag;
     ++open;
@@ -68,7 +70,8 @@ class FakeCodecs final : public PQCodecManager {
   }
   PQPlatformResult ICCompressGetSize(PQCodecHandle, const BITMAPINFOHEADER& input, const BITMAPINFOHEADER&,
                                      std::size_t& bytes) override {
-    bytes = capacity > 0 ? capacity : static_cast<std::size_t>(input.biWidth) * static_cast<std::size_t>(input.biHeight) * 3;
+    bytes = capacity;
+    if (bytes == 0) bytes = static_cast<std::size_t>(input.biWidth) * static_cast<std::size_t>(input.biHeight) * 3;
     return log.Step("ICCompressGetSize");
   }
   PQPlatformResult ICCompressBegin(PQCodecHandle, const BITMAPINFOHEADER&, const BITMAPINFOHEADER&) override {
@@ -84,7 +87,8 @@ class FakeCodecs final : public PQCodecManager {
     pixels.assign(frame.data, frame.data + frame.size);
     auto result = log.Step("ICCompress");
     if (!result.Ok()) return result;
-    if (frame_size != 0 || previous != nullptr || previous_frame != nullptr) return {kPlatformState, "more than was asked"};
+    if (frame_size != 0 || previous != nullptr || previous_frame != nullptr)
+      return {kPlatformState, "more than was asked"};
     const std::size_t bytes = std::min(frame.size, block.capacity);
     for (std::size_t i = 0; i < bytes; ++i) block.data[i] = static_cast<std::uint8_t>(frame.data[i] + kShift);
     output.biSizeImage = claimed > 0 ? claimed : static_cast<std::uint32_t>(bytes);

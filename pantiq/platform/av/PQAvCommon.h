@@ -38,8 +38,8 @@ struct PictureSize {
 
 // "MJPG", or "$67706a6d" where a character cannot be shown.
 std::string TagText(std::uint32_t tag);
-// Takes libav's log away from the process's standard error, for good. A program that wants it there, or elsewhere, calls
-// av_log_set_callback after the module was loaded.
+// Takes libav's log away from the process's standard error, for good. A program that wants it there, or elsewhere,
+// calls av_log_set_callback after the module was loaded.
 void KeepLogQuiet();
 
 // While it lives, errors that libav tells on this thread are kept.

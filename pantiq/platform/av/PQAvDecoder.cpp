@@ -11,7 +11,7 @@ extern "C" {
 namespace pantiq::av {
 namespace {
 
-constexpr int kMostFailures = 2;     // that a decoder is trusted to get over by itself
+constexpr int kMostFailures = 2;    // that a decoder is trusted to get over by itself
 constexpr int kAlignedPixels = 32;  // a conversion may write up to this many pixels at once
 
 int RoundUp(int value, int to) { return (value + to - 1) / to * to; }
@@ -171,8 +171,8 @@ PQPlatformResult Decoder::Draw(const AVFrame& frame, const PQCodecPicture& pictu
   const int steps[4] = {static_cast<int>(step)};
   sws_scale(scaler_.get(), frame.data, frame.linesize, 0, size_.height, to, steps);
   for (int y = 0; y < size_.height; ++y) {
-    std::memcpy(picture.data + picture.step * (size_.height - 1 - y), upright_.data() + step * static_cast<std::size_t>(y),
-                static_cast<std::size_t>(size_.width) * 3);
+    std::memcpy(picture.data + picture.step * (size_.height - 1 - y),
+                upright_.data() + step * static_cast<std::size_t>(y), static_cast<std::size_t>(size_.width) * 3);
   }
   return {};
 }

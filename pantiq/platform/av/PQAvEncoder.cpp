@@ -87,7 +87,10 @@ bool Encoder::OpenWith(const AVCodec& codec, const StreamForm& form, PQPlatformR
   SetUpContext(context, tag_, size_);
   context.time_base = {1, 25};
   context.framerate = {25, 1};
-  if (codec.id == AV_CODEC_ID_DVVIDEO && size_.height == 480) context.time_base = {1001, 30000}, context.framerate = {30000, 1001};
+  if (codec.id == AV_CODEC_ID_DVVIDEO && size_.height == 480) {
+    context.time_base = {1001, 30000};
+    context.framerate = {30000, 1001};
+  }
   context.max_b_frames = 0;
   context.gop_size = codec.id == AV_CODEC_ID_FFV1 ? 1 : 12;
   context.bit_rate = 4000000;  // stands in headers; the quality counts
@@ -109,8 +112,8 @@ bool Encoder::OpenWith(const AVCodec& codec, const StreamForm& form, PQPlatformR
     case QualityKind::Scale:
     case QualityKind::None:  // some of them want a scale all the same
       context.flags |= AV_CODEC_FLAG_QSCALE;
-      context.global_quality = static_cast<int>(
-          FF_QP2LAMBDA * Grade(form.quality == QualityKind::None ? 0 : quality_, 2, 31, 3) + 0.5);
+      context.global_quality =
+          static_cast<int>(FF_QP2LAMBDA * Grade(form.quality == QualityKind::None ? 0 : quality_, 2, 31, 3) + 0.5);
       if (codec.id == AV_CODEC_ID_SNOW) option("motion_est", "epzs");
       break;
   }
@@ -196,7 +199,8 @@ PQPlatformResult Encoder::Encode(const PQPlatformBlock& frame, std::int64_t numb
   bytes = fits ? size : 0;
   key_frame = (packet_->flags & AV_PKT_FLAG_KEY) != 0;
   av_packet_unref(packet_.get());
-  if (!fits) return {kPlatformFormat, "a block of " + std::to_string(size) + " bytes does not fit into the memory for it"};
+  if (!fits)
+    return {kPlatformFormat, "a block of " + std::to_string(size) + " bytes does not fit into the memory for it"};
   // A second one would belong to no frame.
   if (avcodec_receive_packet(context_.get(), packet_.get()) >= 0) {
     av_packet_unref(packet_.get());

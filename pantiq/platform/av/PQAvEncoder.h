@@ -23,7 +23,8 @@ class Encoder {
   // What stands in no block; usually nothing.
   std::span<const std::uint8_t> Header() const;
 
-  // Compresses a bitmap, bottom row first. `bytes` of `block` hold the result. After a failure the encoder is of no use.
+  // Compresses a bitmap, bottom row first. `bytes` of `block` hold the result. After a failure the encoder is of no
+  // use.
   PQPlatformResult Encode(const PQPlatformBlock& frame, std::int64_t number, const PQCodecBlock& block,
                           std::size_t& bytes, bool& key_frame);
 

@@ -25,8 +25,9 @@ Pixels Smooth(const PictureSize& size, int number) {
   Pixels pixels(BytesOf(size));
   for (int y = 0; y < size.height; ++y) {
     for (int x = 0; x < size.width; ++x) {
-      std::uint8_t* const p = &pixels[(static_cast<std::size_t>(y) * static_cast<std::size_t>(size.width) +
-                                       static_cast<std::size_t>(x)) * 3];
+      std::uint8_t* const p =
+          &pixels[(static_cast<std::size_t>(y) * static_cast<std::size_t>(size.width) + static_cast<std::size_t>(x)) *
+                  3];
       const int light = 60 + number * 12;
       p[0] = static_cast<std::uint8_t>(light + x * 30 / size.width);
       p[1] = static_cast<std::uint8_t>(light + y * 30 / size.height);
@@ -75,8 +76,8 @@ Pixels Compress(Encoder& encoder, const Pixels& pixels, int number, bool& key_fr
   return block;
 }
 
-// Whether three pictures and one of noise, twice, come back, each for its own block. The second time a codec that knows the
-// frame before makes no key frame.
+// Whether three pictures and one of noise, twice, come back, each for its own block. The second time a codec that knows
+// the frame before makes no key frame.
 bool ComesBack(std::uint32_t tag, const PictureSize& size, PQCodecEntry& entry) {
   PQPlatformResult result;
   const auto encoder = Encoder::Open(tag, size, kBestCodecQuality, result);
@@ -106,7 +107,8 @@ bool QualityCounts(std::uint32_t tag, const PictureSize& size) {
   return bytes[1] > bytes[0];
 }
 
-// Longest sides that forms of streams have, from the top. Trying more would find a few odd numbers between and take long.
+// Longest sides that forms of streams have, from the top. Trying more would find a few odd numbers between and take
+// long.
 constexpr std::array kLongSides = {kMostCodecSide, 16384, 16383, 8192, 8191, 4096, 4095, 2048, 2047, 1024};
 
 // The longest of these, as a multiple of `align`, that opens while the other side is short.

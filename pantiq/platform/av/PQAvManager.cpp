@@ -143,9 +143,9 @@ PQPlatformResult Manager::ICCompressBegin(PQCodecHandle handle, const BITMAPINFO
 
 PQPlatformResult Manager::ICCompress(PQCodecHandle handle, std::uint32_t, BITMAPINFOHEADER& output,
                                      const PQCodecBlock& block, const BITMAPINFOHEADER& input,
-                                     const PQPlatformBlock& frame, std::uint32_t& chunk_id,
-                                     std::uint32_t& result_flags, std::int32_t frame_number, std::uint32_t,
-                                     std::uint32_t quality, const BITMAPINFOHEADER*, const std::uint8_t*) {
+                                     const PQPlatformBlock& frame, std::uint32_t& chunk_id, std::uint32_t& result_flags,
+                                     std::int32_t frame_number, std::uint32_t, std::uint32_t quality,
+                                     const BITMAPINFOHEADER*, const std::uint8_t*) {
   if (handle == 0) return NoCodec();
   Codec& codec = *CodecOf(handle);
   PictureSize size;

@@ -59,11 +59,10 @@ constexpr std::array kForms = {
 constexpr std::array kKnown = {
     Tag("MJPG"), Tag("LJPG"), Tag("XVID"), Tag("DIVX"), Tag("DX50"), Tag("FMP4"), Tag("mp4v"), Tag("X264"), Tag("H264"),
     Tag("avc1"), Tag("MP43"), Tag("DIV3"), Tag("MP42"), Tag("WMV1"), Tag("WMV2"), Tag("mpg1"), Tag("mpg2"), Tag("FLV1"),
-    Tag("VP80"), Tag("VP90"), Tag("H263"), Tag("HFYU"), Tag("FFVH"), Tag("FFV1"), Tag("M8RG"), Tag("MPNG"),
-    Tag("ZMBV"), Tag("MJLS"), kTagBitmap,   Tag("MJ2C"), Tag("SNOW"), Tag("ASV1"), Tag("ASV2"), Tag("cvid"),
-    Tag("CRAM"), Tag("SVQ1"), Tag("CFHD"), Tag("CLJR"), Tag("dvsd"), Tag("YUY2"), Tag("UYVY"), Tag("I420"), Tag("I263"),
-    Tag("WMV3"), Tag("MPG4"), Tag("LAGS"), Tag("IV32"), Tag("IV50"), Tag("CSCD"), Tag("tscc"), Tag("mrle"), Tag("DUCK"),
-    Tag("FSV1"),
+    Tag("VP80"), Tag("VP90"), Tag("H263"), Tag("HFYU"), Tag("FFVH"), Tag("FFV1"), Tag("M8RG"), Tag("MPNG"), Tag("ZMBV"),
+    Tag("MJLS"), kTagBitmap,  Tag("MJ2C"), Tag("SNOW"), Tag("ASV1"), Tag("ASV2"), Tag("cvid"), Tag("CRAM"), Tag("SVQ1"),
+    Tag("CFHD"), Tag("CLJR"), Tag("dvsd"), Tag("YUY2"), Tag("UYVY"), Tag("I420"), Tag("I263"), Tag("WMV3"), Tag("MPG4"),
+    Tag("LAGS"), Tag("IV32"), Tag("IV50"), Tag("CSCD"), Tag("tscc"), Tag("mrle"), Tag("DUCK"), Tag("FSV1"),
 };
 
 }  // namespace
@@ -142,12 +141,19 @@ void SetUpContext(AVCodecContext& context, std::uint32_t tag, const PictureSize&
 AVPixelFormat PlainFormat(AVPixelFormat format, bool& full_range) {
   full_range = true;
   switch (format) {
-    case AV_PIX_FMT_YUVJ420P: return AV_PIX_FMT_YUV420P;
-    case AV_PIX_FMT_YUVJ422P: return AV_PIX_FMT_YUV422P;
-    case AV_PIX_FMT_YUVJ444P: return AV_PIX_FMT_YUV444P;
-    case AV_PIX_FMT_YUVJ440P: return AV_PIX_FMT_YUV440P;
-    case AV_PIX_FMT_YUVJ411P: return AV_PIX_FMT_YUV411P;
-    default: full_range = false; return format;
+    case AV_PIX_FMT_YUVJ420P:
+      return AV_PIX_FMT_YUV420P;
+    case AV_PIX_FMT_YUVJ422P:
+      return AV_PIX_FMT_YUV422P;
+    case AV_PIX_FMT_YUVJ444P:
+      return AV_PIX_FMT_YUV444P;
+    case AV_PIX_FMT_YUVJ440P:
+      return AV_PIX_FMT_YUV440P;
+    case AV_PIX_FMT_YUVJ411P:
+      return AV_PIX_FMT_YUV411P;
+    default:
+      full_range = false;
+      return format;
   }
 }
 
