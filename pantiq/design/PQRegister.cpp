@@ -1,5 +1,9 @@
 #include "pantiq/design/PQRegister.h"
 
+#include "pantiq/compose/PQApplyMask.h"
+#include "pantiq/compose/PQCombine.h"
+#include "pantiq/compose/PQFrameChange.h"
+#include "pantiq/compose/PQTransparentColor.h"
 #include "pantiq/filters/PQBoxFilter.h"
 #include "pantiq/filters/PQChangeFormat.h"
 #include "pantiq/filters/PQColorMerge.h"
@@ -55,8 +59,12 @@ void RegisterAll() {
   PQShear::Register();
   PQResize::Register();
   PQWarp::Register();
+  PQCombine::Register();
   PQImageGen::Register();
+  PQFrameChange::Register();
   PQColorSplit::Register();
+  PQApplyMask::Register();
+  PQTransparentColor::Register();
   PQWienerFilter::Register();
   PQDMOEffect::Register();
   PQVideoDecompressor::Register();

@@ -64,8 +64,8 @@ TEST_F(EveryClass, StandsOnThePageOnceInTheOrderOfThePalette) {
       "TPQRealToFrame", "TPQColorsToReal", "TPQASFPlayer", "TPQChangeFormat", "TPQMorphFilter", "TPQImageAdjust",
       "TPQUniformNoise", "TPQBoxFilter", "TPQFixedFilter", "TPQGaussNoise", "TPQGrayScale", "TPQHistogram",
       "TPQJaehneGen", "TPQColorTwist", "TPQGammaFilter", "TPQMirror", "TPQRotate", "TPQShear", "TPQResize", "TPQWarp",
-      "TPQImageGen", "TPQColorSplit", "TPQWienerFilter", "TPQDMOEffect", "TPQVideoDecompressor", "TPQVideoCompressor",
-      "TPQThreshold", "TPQCrop", "TPQHistogramEqualize", "TPQASFLogger", "TPQColorMerge"};
+      "TPQCombine", "TPQImageGen", "TPQFrameChange", "TPQColorSplit", "TPQApplyMask", "TPQTransparentColor",
+      "TPQWienerFilter", "TPQDMOEffect", "TPQVideoDecompressor", "TPQVideoCompressor", "TPQThreshold", "TPQCrop", "TPQHistogramEqualize", "TPQASFLogger", "TPQColorMerge"};
   std::vector<std::string> names;
   for (const PQClassInfo* info : PQRegisteredClasses(kPantiqPage)) names.push_back(info->Name());
   EXPECT_EQ(names, palette);
