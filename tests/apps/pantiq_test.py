@@ -647,19 +647,44 @@ class Codecs(Case):
 
 
 class ExampleGraphs(Case):
+    """From a folder like the project's: examples name their pictures from there."""
+
+    def setUp(self):
+        super().setUp()
+        shutil.copytree(os.environ["PANTIQ_GRAPHS"], self.path("examples/graphs"))
+        self.graphs = {}
+        for graph in sorted(glob.glob(self.path("examples/graphs/*.pqg"))):
+            with open(graph, encoding="utf-8") as file:
+                self.graphs["examples/graphs/" + os.path.basename(graph)] = file.read()
+        self.assertTrue(self.graphs)
+
     def test_examples_have_no_faults(self):
-        """Files that they read need not be here."""
-        graphs = sorted(glob.glob(os.path.join(os.environ["PANTIQ_GRAPHS"], "*.pqg")))
-        self.assertTrue(graphs)
+        """Clips that they read need not be here."""
         known = set(classes()["Pantiq"])
-        for graph in graphs:
-            with self.subTest(graph=os.path.basename(graph)):
-                with open(graph, encoding="utf-8") as file:
-                    text = file.read()
+        for graph, text in self.graphs.items():
+            with self.subTest(graph=graph):
                 used = {line.split(":")[1].split()[0] for line in text.splitlines() if line.startswith("object ")}
                 if not used <= known:
                     continue
                 self.assertEqual(self.pantiq("save", graph, "-o", "-").out, text)
+
+    def test_each_runs_on_a_clip(self):
+        clip = "TPQJaehneGen ImageSize.Width=1280 ImageSize.Height=720 ! TPQGaussNoise ! TPQASFLogger FileName=in.mp4"
+        made = subprocess.run([PANTIQ, "run", "--frames", "6", clip], cwd=self.folder, capture_output=True)
+        if b"install" in made.stderr:
+            self.skipTest(made.stderr.decode())
+        self.assertEqual(made.returncode, 0, made.stderr)
+        os.mkdir(self.path("out"))
+        shutil.copy(self.path("in.mp4"), self.path("out/cockatoo.mp4"))
+        for graph, text in self.graphs.items():
+            with self.subTest(graph=graph):
+                outputs = re.findall(r"(?m)^object \w+: TPQASFLogger\n  FileName = '(.*)'$", text)
+                self.assertTrue(outputs)
+                self.assertFalse(any(os.path.exists(self.path(output)) for output in outputs), "a file of its own")
+                self.pantiq("run", *(["--frames", "6"] if "--seconds" in text else []), graph)
+                for output in outputs:
+                    sums = self.pantiq("run", f"TPQASFPlayer FileName='{output}' ! checksum").out.splitlines()
+                    self.assertEqual(len(sums), 6, output)
 
 
 if __name__ == "__main__":
