@@ -80,7 +80,7 @@ std::string ExampleOf(const PQClassInfo& info) {
   }
   line += info.Name();
   if (!ends.more.empty()) line += " Name=it";
-  if (!ends.reads.empty()) line += " " + ends.reads + "=in.mp4";
+  if (!ends.reads.empty()) line += " " + ends.reads + (ends.reads == "FilterFileName" ? "=effect.so" : "=in.mp4");
   if (!ends.writes.empty()) line += " " + ends.writes + "=out.asf";
   if (ends.out == &kPQImageStream) line += " ! checksum";
   if (ends.out == &kRWRealStream) line += " ! numbers";

@@ -35,6 +35,7 @@
 #include "pantiq/media/PQVideoCompressor.h"
 #include "pantiq/media/PQVideoDecompressor.h"
 #include "pantiq/plugins/PQDMOEffect.h"
+#include "pantiq/plugins/PQFreeFrame.h"
 
 namespace pantiq {
 
@@ -45,6 +46,7 @@ void RegisterAll() {
   PQChangeFormat::Register();
   PQMorphFilter::Register();
   PQImageAdjust::Register();
+  PQFreeFrame::Register();
   PQUniformNoise::Register();
   PQBoxFilter::Register();
   PQFixedFilter::Register();

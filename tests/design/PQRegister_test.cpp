@@ -62,7 +62,7 @@ TEST_F(EveryClass, StandsOnThePageOnceInTheOrderOfThePalette) {
   RegisterAll();  // again
   const std::vector<std::string> palette = {
       "TPQRealToFrame", "TPQColorsToReal", "TPQASFPlayer", "TPQChangeFormat", "TPQMorphFilter", "TPQImageAdjust",
-      "TPQUniformNoise", "TPQBoxFilter", "TPQFixedFilter", "TPQGaussNoise", "TPQGrayScale", "TPQHistogram",
+      "TPQFreeFrame", "TPQUniformNoise", "TPQBoxFilter", "TPQFixedFilter", "TPQGaussNoise", "TPQGrayScale", "TPQHistogram",
       "TPQJaehneGen", "TPQColorTwist", "TPQGammaFilter", "TPQMirror", "TPQRotate", "TPQShear", "TPQResize", "TPQWarp",
       "TPQCombine", "TPQImageGen", "TPQFrameChange", "TPQColorSplit", "TPQApplyMask", "TPQTransparentColor",
       "TPQWienerFilter", "TPQDMOEffect", "TPQVideoDecompressor", "TPQVideoCompressor", "TPQThreshold", "TPQCrop", "TPQHistogramEqualize", "TPQASFLogger", "TPQColorMerge"};
