@@ -4,12 +4,12 @@
 # where they are not. Figures belong to the machine they were measured on; use a quiet one.
 #
 #   ./bench.sh                everything
-#   ./bench.sh hop kernels graphs effects peers   only these
+#   ./bench.sh hop kernels combine graphs effects peers   only these
 #   PANTIQ_PEERS=FOLDER       where the comparison lives (../shared/peer-bench)
 set -euo pipefail
 cd "$(dirname "$0")"
 parts=("$@")
-[ ${#parts[@]} -gt 0 ] || parts=(hop kernels graphs effects peers)
+[ ${#parts[@]} -gt 0 ] || parts=(hop kernels combine graphs effects peers)
 peers=${PANTIQ_PEERS:-../shared/peer-bench}
 
 ./setup.sh
@@ -27,6 +27,10 @@ for part in "${parts[@]}"; do
     kernels)
       echo; echo "== kernels, ns per pixel at 1920x1080"
       $bin/bench_kernels
+      ;;
+    combine)
+      echo; echo "== components that join two frames beside their kernels"
+      $bin/bench_combine
       ;;
     graphs)
       echo; echo "== whole graphs"
@@ -62,7 +66,7 @@ for part in "${parts[@]}"; do
       done
       ;;
     *)
-      echo "bench: unknown part '$part'; expected hop, kernels, graphs, effects or peers" >&2
+      echo "bench: unknown part '$part'; expected hop, kernels, combine, graphs, effects or peers" >&2
       exit 2
       ;;
   esac
