@@ -6,7 +6,8 @@
     tools/pages.py PANTIQ --pictures  makes the pictures, too, of one frame of the clip that tools/clip.sh fetches
 
 PANTIQ is the program. What is shown of a component stands in tools/pages.json: for each class a list of pictures with a caption
-and the part of a launch line between a frame of 480 by 270 pixels and the file. An entry with "numbers" ends in a plot.
+and the part of a launch line between a frame of 480 by 270 pixels and the file. An entry with "numbers" ends in a plot; "frame"
+is the number of the frame to show, 0 without it.
 """
 import argparse
 import json
@@ -78,16 +79,18 @@ def make_pictures(program, name, shown):
     for index, entry in enumerate(shown):
         target = IMAGES / picture_name(name, index, entry)
         first = f"TPQASFPlayer Name=clip FileName='{CLIP}'"
+        last = entry.get("frame", 0)
         line = entry["line"]
         if "numbers" in entry:
             line = f"{first} ! {FRAME} ! {line} ! numbers FileName=/dev/null Plot='{target}'"
         else:
             part = f"{target.with_suffix('')}-%d.jpg"
             line = f"{first} ! {FRAME} ! {line + ' ! ' if line else ''}frames '{part}'"
-        run(program, "run", "--quiet", "--overwrite", "--from", "9s", "--frames", "1", line)
-        made = IMAGES / f"{name}-{index}-0.jpg"
-        if made.exists():
-            made.replace(target)
+        run(program, "run", "--quiet", "--overwrite", "--from", "9s", "--frames", str(last + 1), line)
+        for number in range(last + 1):  # all but the last only lead to it
+            made = IMAGES / f"{name}-{index}-{number}.jpg"
+            if made.exists():
+                made.replace(target)
 
 
 def main():
