@@ -1,6 +1,7 @@
 // Does wrong what can be done wrong: for trying hosts. The environment variable PANTIQ_MISBEHAVE says what, in words
 // separated by blanks: crash:N, hang:N, exit:N, throw:N, fail:N in the call of function code N, and the words below.
 // Without it every frame is inverted: 24 bits, in place or by copy, one input.
+#include <fcntl.h>
 #include <pantiq/plugins/abi/freeframe1.h>
 #include <unistd.h>
 
@@ -16,6 +17,12 @@ std::size_t g_bytes = 0;
 bool Told(const std::string& word) {
   const char* const told = std::getenv("PANTIQ_MISBEHAVE");
   return told != nullptr && (" " + std::string(told) + " ").find(" " + word + " ") != std::string::npos;
+}
+
+// Says first that it will not come back, by making the file that PANTIQ_MISBEHAVE_MARK names.
+[[noreturn]] void Hang() {
+  if (const char* const mark = std::getenv("PANTIQ_MISBEHAVE_MARK")) close(creat(mark, 0600));
+  for (;;) pause();
 }
 
 void Invert(const std::uint8_t* from, std::uint8_t* to) {
@@ -55,7 +62,7 @@ FF_PLUG_MAIN(code, input, instance) {
   if (Told("exit:" + number)) _exit(3);
   if (Told("throw:" + number)) throw std::runtime_error("misbehaving");
   if (Told("fail:" + number)) return FF_FAIL;
-  while (Told("hang:" + number)) pause();
+  if (Told("hang:" + number)) Hang();
   switch (code) {
     case FF_INITIALISE:
       return Told("high-init") ? uintptr_t{0x70000} : FF_SUCCESS;

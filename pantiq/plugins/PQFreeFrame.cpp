@@ -10,7 +10,7 @@
 #include "pantiq/host/PQRegistry.h"
 #include "pantiq/host/PQReport.h"
 #include "pantiq/kernels/PQBaseKernels.h"
-#include "pantiq/platform/PQDynamicLibrary.h"
+#include "pantiq/plugins/PQPluginProcess.h"
 
 namespace pantiq {
 
@@ -200,8 +200,12 @@ void TPQFreeFrame::Unload() {
     library.swap(library_);
   }
   if (library == nullptr) return;
+  const bool was_lost = library->IsLost();
   if (initialised_ && !destroying_) library->Call(FF_DEINITIALISE, 0, 0);
   initialised_ = false;
+  if (library->IsLost() && !was_lost) {
+    Report(this, PQSeverity::Warning, "the plug-in was lost when it was let go of", 0, library->WhyLost());
+  }
 }
 
 void TPQFreeFrame::InitPopulateCaps(bool for_stream) {
@@ -228,7 +232,7 @@ void TPQFreeFrame::InitPopulateCaps(bool for_stream) {
   };
 
   PQPlatformResult result;
-  const LibraryRef library = PQLoadPlugin(file, result);
+  const LibraryRef library = GetIsolated() ? PQLoadPluginIsolated(file, result) : PQLoadPlugin(file, result);
   if (library == nullptr) return fail(result.detail);
   {
     const std::lock_guard guard(library_mutex_);

@@ -1,13 +1,18 @@
 #include "pantiq/plugins/PQFreeFrame.h"
 
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <fstream>
 #include <thread>
 
 #include "pantiq/core/PQFramePool.h"
 #include "pantiq/host/PQTextStream.h"
+#include "pantiq/plugins/PQPluginProcess.h"
 #include "support/PluginBench.h"
 
 namespace pantiq {
@@ -691,6 +696,156 @@ TEST_F(Misbehaving, InThisProcess) {
   }
 }
 
+// What a plug-in does in a process of its own is the same, parameters and pixels.
+TEST_F(Misbehaving, IsolatedGivesTheSame) {
+  struct Run {
+    std::vector<std::vector<int>> frames;
+    PQValue::List values;
+    Strings told;
+  };
+  const auto run = [](const std::string& file, bool isolated, int inputs, const PQValue::List& values) {
+    Run result;
+    PluginBench b(inputs);
+    b.effect.SetIsolated(isolated);
+    b.effect.SetOwnReadBack(true);
+    b.effect.SetFilterFileName(file);
+    EXPECT_TRUE(b.effect.GetParameters().ReadData(values).Ok());
+    for (const int width : {40, 23}) {
+      for (int i = 0; i < inputs; ++i) b.sources[i].Start(width + 3 * i, 30);
+      for (int n = 0; n < 3; ++n) {
+        for (int i = 0; i < inputs; ++i) {
+          if (const PQImageRef out = b.Send(MakeFrame(width + 3 * i, 30, vfRGB24, 7 * n), i)) {
+            result.frames.push_back(Bytes(*out));
+          }
+        }
+        if (n == 1 && !values.empty()) {
+          EXPECT_TRUE(b.effect.GetParameters().GetItem(0)->SetStringValue("0.5").Ok());
+          b.effect.GetParameters().GetItem(b.effect.GetParameters().GetCount() / 2)->SetAsBoolean(true);
+        }
+      }
+      b.Stop();
+    }
+    result.values = b.effect.GetParameters().WriteData();
+    result.values.emplace_back(b.effect.GetDescription());
+    result.values.emplace_back(b.effect.GetMajorVertion() * 10 + b.effect.GetMinorVertion());
+    result.told = b.told;
+    return result;
+  };
+  struct Case {
+    std::string file, misbehave;
+    int inputs;
+    PQValue::List values;
+  };
+  const std::string long_text(300000, 'x');
+  for (const Case& c : {Case{"waves", "", 1, {"0.5", "1"}}, Case{"sepia32", "", 1, {"0.75"}},
+                        Case{"badge", "", 1, {"True", "", "1", "2", "250", "9", "3", "0.6", long_text}},
+                        Case{"crossfade", "", 2, {"0.25"}}, Case{"misbehave", "copy", 1, {}},
+                        Case{"misbehave", "copy 32bit", 2, {}}, Case{"misbehave", "zero-inputs 32bit", 1, {}},
+                        Case{"misbehave", "names throw:5 throw:3 throw:8", 1, {"0.5", "0.5", "0.5"}},
+                        Case{"misbehave", "dirty-failure", 1, {}}, Case{"misbehave", "empty-info", 1, {}},
+                        Case{"misbehave", "fail:11", 1, {}}, Case{"misbehave", "no-depth", 1, {}}}) {
+    SCOPED_TRACE(c.file + " " + c.misbehave);
+    Misbehave(c.misbehave);
+    const Run here = run(Example(c.file), false, c.inputs, c.values);
+    const Run there = run(Example(c.file), true, c.inputs, c.values);
+    EXPECT_EQ(here.frames, there.frames);
+    EXPECT_EQ(here.values, there.values);
+    EXPECT_EQ(here.told, there.told);
+    const bool works = c.misbehave != "fail:11" && c.misbehave != "no-depth";
+    EXPECT_EQ(here.frames.size(), works ? 6u : 0u);
+  }
+}
+
+// Crashes, hangs and ends of the process in every call: frames pass, the reason is told, the next start tries again.
+TEST_F(Misbehaving, IsolatedSurvives) {
+  const std::string mark = testing::TempDir() + "it_hangs";
+  setenv("PANTIQ_MISBEHAVE_MARK", mark.c_str(), 1);
+  SetPluginWait([&mark](int descriptor) {
+    for (;;) {
+      pollfd entry{descriptor, POLLIN, 0};
+      if (poll(&entry, 1, 1) > 0) return true;
+      if (access(mark.c_str(), F_OK) == 0) return false;
+    }
+  });
+  const std::pair<const char*, const char*> ways[] = {
+      {"crash", "it crashed in "}, {"hang", "did not come back within two seconds in "}, {"exit", "(exit code 3)"}};
+  for (const auto& [way, why] : ways) {
+    for (const std::uint32_t function : {13, 10, 1, 4, 15, 5, 6, 11, 8, 9, 3, 14}) {
+      SCOPED_TRACE(std::string(way) + " in " + PQPluginFunctionName(function));
+      std::remove(mark.c_str());
+      PluginBench b;
+      b.effect.SetIsolated(true);
+      Misbehave(std::string(function == 14 ? "zero-inputs " : "") + "names " + way + ":" + std::to_string(function));
+      b.effect.SetFilterFileName(Example("misbehave"));
+      std::remove(mark.c_str());
+      b.Start();
+      const PQImageRef frame = MakeFrame(6, 4);
+      const PQImageRef out = b.Send(frame);
+      EXPECT_TRUE(b.Told({"lost; frames pass unchanged", why, "in " + PQPluginFunctionName(function)}));
+      const bool in_parameters = function == 4 || function == 5 || function == 6 || function == 15;
+      ASSERT_TRUE(out);
+      EXPECT_EQ(out->Read(), frame->Read());
+      EXPECT_EQ(b.effect.GetParameters().GetCount(),
+                function == 13 || function == 10 || function == 1 || in_parameters ? 0 : 3);
+      b.Send(frame);
+      EXPECT_EQ(b.told, Strings{}) << "told once";
+      if (b.effect.GetParameters().GetCount() > 0) {
+        b.effect.GetParameters().GetItem(0)->SetAsSingle(0.5f);
+        EXPECT_EQ(b.effect.GetParameters().GetItem(0)->GetAsSingle(), 0.5f);
+      }
+      b.Stop();
+      std::remove(mark.c_str());
+      Misbehave("names");
+      b.Start();
+      EXPECT_EQ(Bytes(*b.Send(frame)), Inverted(Bytes(*frame))) << "the next start tries again";
+      EXPECT_EQ(b.effect.GetParameters().GetCount(), 3);
+      EXPECT_EQ(b.told, Strings{});
+    }
+  }
+  SetPluginWait({});
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left";
+  EXPECT_EQ(errno, ECHILD);
+  unsetenv("PANTIQ_MISBEHAVE_MARK");
+}
+
+TEST_F(Misbehaving, TheWatchdogGivesUpAndAGoodbyeMayFail) {
+  Misbehave("hang:3");
+  {
+    PluginBench b;
+    b.effect.SetIsolated(true);
+    b.effect.SetFilterFileName(Example("misbehave"));
+    b.Start();
+    const PQImageRef frame = MakeFrame(6, 4);
+    EXPECT_EQ(b.Send(frame)->Read(), frame->Read());
+    EXPECT_TRUE(b.Told({"lost", "within two seconds in FF_PROCESSFRAME"}));
+    Misbehave("crash:2 million");
+    b.Stop();
+    EXPECT_EQ(b.told, Strings{}) << "it was lost before";
+    b.Start();
+    EXPECT_EQ(Bytes(*b.Send(frame)), Inverted(Bytes(*frame)));
+    b.told.clear();
+    b.Stop();
+    EXPECT_TRUE(b.Told({"lost when it was let go of", "it crashed in FF_DEINITIALISE"}));
+  }
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left";
+}
+
+TEST_F(Misbehaving, WithoutThePluginHostNoFramesLeave) {
+  setenv("PANTIQ_PLUGIN_HOST", "/no/such/host", 1);
+  PluginBench b;
+  b.effect.SetIsolated(true);
+  b.effect.SetFilterFileName(Example("waves"));
+  EXPECT_TRUE(b.Told({"cannot be used", "pantiq-plugin-host", "/no/such/host", "PANTIQ_PLUGIN_HOST"}));
+  b.Start();
+  EXPECT_FALSE(b.Send());
+  setenv("PANTIQ_PLUGIN_HOST", "/bin/true", 1);
+  b.Stop();
+  b.Start();
+  EXPECT_TRUE(b.Send()) << "lost like any other";
+  EXPECT_TRUE(b.Told({"lost", "/bin/true"}));
+  unsetenv("PANTIQ_PLUGIN_HOST");
+}
+
 TEST_F(Misbehaving, NamesWithoutAnEndAndAMillionParameters) {
   Misbehave("names");
   TPQFreeFrame effect;
@@ -736,8 +891,9 @@ TEST(PQFreeFrame, ThePlugInMayBeChangedWhileAStreamRuns) {
 }
 
 // Values, files, starts and stops from other threads, against frames.
-TEST(PQFreeFrame, ThreadsMayMeet) {
+void ThreadsMeet(bool isolated, int rounds) {
   PluginBench b;
+  b.effect.SetIsolated(isolated);
   b.sink.record = false;
   b.effect.SetFilterFileName(Example("badge"));
   std::atomic<bool> done{false};
@@ -758,7 +914,7 @@ TEST(PQFreeFrame, ThreadsMayMeet) {
       EXPECT_TRUE(more.OutputPin.Connect(*b.effect.InputPins.GetPin(1)).Ok());
     }
   });
-  for (int i = 0; i < 60; ++i) {
+  for (int i = 0; i < rounds; ++i) {
     b.Start(32, 16);
     for (int k = 0; k < 5; ++k) b.sources[0].OutputPin.SubmitBuffer(MakeFrame(32, 16));
     b.Stop();
@@ -767,6 +923,8 @@ TEST(PQFreeFrame, ThreadsMayMeet) {
   setter.join();
   changer.join();
 }
+TEST(PQFreeFrame, ThreadsMayMeet) { ThreadsMeet(false, 60); }
+TEST(PQFreeFrame, ThreadsMayMeetInTheProcessOfAPlugIn) { ThreadsMeet(true, 15); }
 
 }  // namespace
 }  // namespace pantiq
