@@ -71,6 +71,7 @@ void TPQCombine::DoCombineOp(const std::uint8_t* a, int a_step, const std::uint8
 }
 
 void PQCombine::Register() {
+  TPQCommonCombine::RegisterConcern();
   const PQClassInfo* const classes[] = {&TPQCombine::Class()};
   RegisterComponents(kPantiqPage, classes);
 }

@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "pantiq/compose/PQColors.h"
+#include "pantiq/core/PQConcerns.h"
 #include "pantiq/host/PQReport.h"
 #include "pantiq/kernels/PQBaseKernels.h"
 
@@ -147,6 +148,22 @@ const PQClassInfo& TPQCommonCombine::Class() {
           .Done();
   return info;
 }
+
+namespace {
+
+// The inputs start in their order, unless one source feeds both, and what has not started has no size.
+PQConcern StartsApart(const TComponent& component) {
+  const TPQCombineOffset& offset = static_cast<const TPQCommonCombine&>(component).Offset();
+  const std::int32_t x = offset.GetHorizontal(), y = offset.GetVertical();
+  if (x < 1 && y < 1) return {};
+  return {(x > 0 ? "Offset.Horizontal = " + std::to_string(x) : "Offset.Vertical = " + std::to_string(y)) +
+              ": if image 1 starts before image 2 they lie apart, and frames of 0 by 0 pixels go out",
+          "the larger picture on the first input and an Offset of 0 or less, or image 2 started first"};
+}
+
+}  // namespace
+
+void TPQCommonCombine::RegisterConcern() { PQRegisterConcern(Class(), StartsApart); }
 
 TPQCommonCombine::TPQCommonCombine(TComponent* owner)
     : TPQMultiInput(owner),

@@ -106,6 +106,7 @@ class PQ_EXPORT TPQCommonCombine : public TPQMultiInput {
   void SetFrameSize(const TPQCombineFrameSize& size) { frame_size_.Assign(size); }
   // Acts on the next frame; the size of frames follows at the next start.
   TPQCombineOffset& GetOffset() { return offset_; }
+  const TPQCombineOffset& Offset() const { return offset_; }
   void SetOffset(const TPQCombineOffset& offset) { offset_.Assign(offset); }
   // A colour, or one of the system (0x80000000 and its number). Acts on the next frame.
   TColor GetBackgroundColor() const { return background_.load(std::memory_order_relaxed); }
@@ -113,6 +114,9 @@ class PQ_EXPORT TPQCommonCombine : public TPQMultiInput {
 
   // Has the panes planned anew with the next frame. Any thread.
   void UnInitializeFramePanes();
+
+  // Lets a graph's check warn of offsets that leave frames without a size.
+  static void RegisterConcern();
 
  protected:
   // Makes every pixel of `size` of `dst` from the pixels of image 1 (`a`) and image 2 (`b`) at the same place, pixels

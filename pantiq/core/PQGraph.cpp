@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "pantiq/core/PQConcerns.h"
 #include "pantiq/core/PQGraphImpl.h"
 #include "pantiq/core/RWStreamTypes.h"
 #include "pantiq/host/PQCollection.h"
@@ -163,19 +164,21 @@ void PQGraph::Impl::Check(std::vector<PQFault>& faults) const {
     sink = sink || part.fed;
     const auto found = places.find(component);
     const detail::GraphPlace place = found != places.end() ? found->second : detail::GraphPlace{};
-    PQFault warning;
+    const auto warn = [&](PQFault warning) {
+      warning.severity = PQSeverity::Warning;
+      warning.component = component->GetName();
+      faults.push_back(std::move(warning));
+    };
     if (!part.pins.empty() && !part.any) {
-      warning = MakeFault(place, component->GetName() + " is not connected to anything",
-                          "a connection, as '" + component->GetName() + " ! ...'");
+      warn(MakeFault(place, component->GetName() + " is not connected to anything",
+                     "a connection, as '" + component->GetName() + " ! ...'"));
     } else if (part.any && part.needs_input && !part.fed) {
-      warning = MakeFault(place, component->GetName() + ": nothing arrives, no input is connected",
-                          "a source at " + component->GetName() + ".InputPin");
-    } else {
-      continue;
+      warn(MakeFault(place, component->GetName() + ": nothing arrives, no input is connected",
+                     "a source at " + component->GetName() + ".InputPin"));
     }
-    warning.severity = PQSeverity::Warning;
-    warning.component = component->GetName();
-    faults.push_back(std::move(warning));
+    for (const PQConcern& concern : PQConcernsOf(*component)) {
+      warn(MakeFault(place, component->GetName() + ": " + concern.text, concern.expected));
+    }
   }
   if (!source) faults.push_back(MakeFault({}, "the graph has no source", "a component that gives a stream of its own"));
   if (!sink) faults.push_back(MakeFault({}, "the graph has no sink", "a component whose input is connected"));

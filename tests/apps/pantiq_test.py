@@ -136,6 +136,12 @@ class GraphFaults(Case):
         self.assertIn("not connected", self.pantiq("check", f"{GEN} ! checksum TPQMirror").err)
         self.assertIn("no errors: 2 components", self.pantiq("check", f"{GEN} ! checksum").out)
 
+    def test_what_a_class_knows_is_odd(self):
+        line = "TPQJaehneGen ! TPQCombine Offset.Vertical=7 ! checksum"
+        done = self.pantiq("check", line)
+        self.assertIn("warning: PQCombine1: Offset.Vertical = 7: if image 1 starts before image 2 they lie apart", done.err + done.out)
+        self.assertNotIn("warning", self.pantiq("check", line.replace("7", "-7")).err)
+
     def test_graph_files(self):
         for name, data, says in [
             ("empty.pqg", b"", ["empty.pqg", "empty"]),

@@ -1,0 +1,46 @@
+#include "pantiq/core/PQConcerns.h"
+
+#include <mutex>
+
+namespace pantiq {
+
+namespace {
+
+struct Table {
+  std::mutex mutex;
+  std::vector<std::pair<const PQClassInfo*, PQConcernOf>> entries;
+};
+
+Table& TheTable() {
+  static Table& table = *new Table;  // lives as long as the process, like the descriptions
+  return table;
+}
+
+}  // namespace
+
+void PQRegisterConcern(const PQClassInfo& info, PQConcernOf concern) {
+  Table& table = TheTable();
+  std::lock_guard guard(table.mutex);
+  for (const auto& entry : table.entries) {
+    if (entry.first == &info && entry.second == concern) return;
+  }
+  table.entries.emplace_back(&info, concern);
+}
+
+std::vector<PQConcern> PQConcernsOf(const TComponent& component) {
+  std::vector<PQConcernOf> asked;
+  {
+    Table& table = TheTable();
+    std::lock_guard guard(table.mutex);
+    for (const auto& [info, concern] : table.entries) {
+      if (component.ClassInfo().Is(*info)) asked.push_back(concern);
+    }
+  }
+  std::vector<PQConcern> concerns;
+  for (const PQConcernOf concern : asked) {
+    if (PQConcern told = concern(component); !told.text.empty()) concerns.push_back(std::move(told));
+  }
+  return concerns;
+}
+
+}  // namespace pantiq
