@@ -8,8 +8,12 @@
 #include "ListCommands.h"
 #include "pantiq/core/JCPins.h"
 #include "pantiq/host/PQCollection.h"
+#include "pantiq/host/PQPath.h"
 #include "pantiq/host/PQRegistry.h"
+#include "pantiq/host/PQReport.h"
+#include "pantiq/host/PQTextLiteral.h"
 #include "pantiq/host/PQTextStream.h"
+#include "pantiq/plugins/PQFreeFrame.h"
 
 namespace pantiq::app {
 namespace {
@@ -201,6 +205,85 @@ int InspectClass(const std::string& name, bool json) {
     LayOut(all["properties"], "", text);
   }
   if (!example.empty()) text += "\nExample\n  pantiq run --frames 25 '" + example + "'\n";
+  return PrintResult(text);
+}
+
+int InspectPlugin(const std::string& file, bool json) {
+  std::vector<PQReportEntry> told;
+  SetReportListener([&told](const PQReportEntry& entry) { told.push_back(entry); });
+  TPQFreeFrame effect;
+  effect.SetIsolated(true);  // a plug-in that crashes is no reason for this program to
+  effect.SetFilterFileName(file);
+  SetReportListener({});
+  if (!effect.HasPlugIn()) {
+    PrintError("pantiq: '" + file + "' cannot be used as a plug-in: " + (told.empty() ? "" : told.back().detail));
+    return kExitRefused;
+  }
+  for (const PQReportEntry& entry : told) PrintError("pantiq: note: " + entry.text + " (" + entry.detail + ")");
+
+  const TPQFreeFrame::Capabilities caps = effect.GetCapabilities();
+  Json video = Json::array();
+  if (caps.video16) video.push_back(16);
+  if (caps.video24) video.push_back(24);
+  if (caps.video32) video.push_back(32);
+  static constexpr const char* kOptimized[] = {"none", "in place", "copy", "both"};
+  Json all = {{"file", file},
+              {"description", effect.GetDescription()},
+              {"about", effect.GetAbout()},
+              {"version", nullptr},
+              {"video", std::move(video)},
+              {"process_copy", caps.process_copy},
+              {"minimum_inputs", caps.minimum_inputs},
+              {"maximum_inputs", caps.maximum_inputs},
+              {"optimized_for", caps.optimized_for <= ofBoth ? kOptimized[caps.optimized_for] : "unknown"},
+              {"parameters", Json::array()}};
+  if (effect.GetHasExtendedInfo()) {
+    all["version"] = std::to_string(effect.GetMajorVertion()) + "." + std::to_string(effect.GetMinorVertion());
+  }
+  const bool mixes = caps.minimum_inputs > 1;
+  std::string line = std::string("TPQFreeFrame ") + (mixes ? "Name=fx " : "") + "FilterFileName=" + PQQuote(file),
+              first;
+  int number = 0;
+  for (const PQProperty& property : effect.GetParameters().InstanceProperties()) {
+    Json entry = {{"number", number++}, {"path", "Parameters." + PQPathName(property.name)}};
+    entry.update(Describe(property, nullptr, 0));
+    entry.erase("stored");  // they are, all at once
+    if (first.empty() && !property.default_value.IsEmpty()) {
+      first = " " + entry["path"].get<std::string>() + "=" + entry["default"].get<std::string>();
+    }
+    all["parameters"].push_back(std::move(entry));
+  }
+  // A name in single quotes goes into a line that a shell takes in double ones.
+  line = "TPQJaehneGen ! " + line + first + " ! checksum";
+  for (std::uint32_t i = 2; mixes && i <= std::min<std::uint32_t>(caps.minimum_inputs, 20); ++i) {
+    line += "  TPQJaehneGen ! fx.InputPins.Pin" + std::to_string(i);
+  }
+  all["example"] = line;
+  if (json) return PrintResult(all.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+
+  std::string text = file + ": ";
+  text += effect.GetDescription().empty() ? "a plug-in" : Wrapped(effect.GetDescription(), 4);
+  if (effect.GetHasExtendedInfo()) text += ", version " + all["version"].get<std::string>();
+  text += "\n";
+  if (!effect.GetAbout().empty()) text += Wrapped(effect.GetAbout(), 0) + "\n";
+  std::string depths;
+  for (const Json& depth : all["video"]) depths += (depths.empty() ? "" : ", ") + depth.dump();
+  text += "\nCapabilities\n  frames of " + depths + " bits" +
+          (caps.video24   ? "; run in 24, without a conversion"
+           : caps.video32 ? "; run in 32, converted there and back"
+                          : "; not run, frames pass") +
+          "\n  " + (caps.process_copy ? "in place and by copy" : "in place") + ", optimized for " +
+          all["optimized_for"].get<std::string>() + "\n  ";
+  if (caps.minimum_inputs == caps.maximum_inputs) {
+    text += std::to_string(caps.minimum_inputs) + (caps.minimum_inputs == 1 ? " input\n" : " inputs\n");
+  } else {
+    text += std::to_string(caps.minimum_inputs) + " to " + std::to_string(caps.maximum_inputs) + " inputs\n";
+  }
+  text += all["parameters"].empty() ? "\nIt has no parameters.\n" : "\nParameters\n";
+  Json shown = all["parameters"];
+  for (Json& entry : shown) entry["name"] = PQPathName(entry["name"].get<std::string>());
+  LayOut(shown, "Parameters.", text);
+  text += "\nExample\n  pantiq run --frames 25 \"" + all["example"].get<std::string>() + "\"\n";
   return PrintResult(text);
 }
 

@@ -9,6 +9,8 @@ int ListClasses(bool json);
 // The codecs that work here; they are tried first.
 int ListCodecs(bool json);
 int InspectClass(const std::string& name, bool json);
+// What a plug-in for TPQFreeFrame has; it is loaded in a process of its own.
+int InspectPlugin(const std::string& file, bool json);
 int ListKernels(bool json);
 // Without a name all effects of the platform, each tried; with a name (or an element's, or an identifier) that one.
 int ListEffects(const std::string& name, bool json);

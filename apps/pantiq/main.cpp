@@ -110,7 +110,7 @@ int Main(int argc, char** argv) {
 
   RunArguments run;
   bool json = false, codecs = false;
-  std::string class_name, effect_name, output;
+  std::string class_name, effect_name, plugin, output;
 
   CLI::App* run_command = program.add_subcommand("run", "Run a graph");
   AddWords(*run_command, run.words);
@@ -134,8 +134,12 @@ int Main(int argc, char** argv) {
   list->add_flag("--codecs", codecs, "List the codecs of TPQVideoCompressor that work here; they are tried, in seconds")
       ->excludes(effects_option);
 
-  CLI::App* inspect = program.add_subcommand("inspect", "Show the properties and pins of a class");
-  inspect->add_option("class", class_name, "The class")->required()->type_name("CLASS");
+  CLI::App* inspect = program.add_subcommand("inspect", "Show the properties and pins of a class, or a plug-in");
+  CLI::Option* class_option = inspect->add_option("class", class_name, "The class")->type_name("CLASS");
+  CLI::Option* plugin_option =
+      inspect->add_option("--plugin", plugin, "Show the parameters of a plug-in for TPQFreeFrame instead")
+          ->excludes(class_option)
+          ->type_name("FILE");
   inspect->add_flag("--json", json, "As JSON");
 
   CLI::App* save = program.add_subcommand("save", "Write a graph as a graph file");
@@ -158,6 +162,7 @@ int Main(int argc, char** argv) {
   for (const CLI::App* command : program.get_subcommands({})) commands.push_back(command->get_name());
   try {
     program.parse(argc, argv);
+    if (*inspect && !*class_option && !*plugin_option) throw CLI::RequiredError("class");
   } catch (const CLI::Success& wish) {  // help and version
     std::ostringstream text;
     const int code = program.exit(wish, text, text);
@@ -173,6 +178,7 @@ int Main(int argc, char** argv) {
   if (*list && codecs) return ListCodecs(json);
   if (*effects_option) return ListEffects(effect_name, json);
   if (*list) return ListClasses(json);
+  if (*plugin_option) return InspectPlugin(plugin, json);
   if (*inspect) return InspectClass(class_name, json);
   if (*save) return SaveGraph(run.words, output, run.overwrite);
   if (*dot) return DrawGraph(run.words);

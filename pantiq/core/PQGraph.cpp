@@ -113,6 +113,7 @@ void PQGraph::Impl::Build(const GraphPlan& plan, bool designing, std::vector<PQF
   GraphBuilder builder(root, designing, faults);
   builder.Build(plan);
   places = builder.Places();
+  untold = builder.Untold();
   whole = read && builder.IsWhole();
 }
 

@@ -273,6 +273,16 @@ void GraphBuilder::Apply(TComponent& component, const PlannedComponent& planned,
     link.place = link.source_place;
     links.push_back(std::move(link));
   }
+  for (std::size_t i = before; i < faults_.size(); ++i) {
+    const PQFault& fault = faults_[i];
+    const auto setting = std::find_if(settings.begin(), settings.end(), [&](const PQTextSetting& s) {
+      return s.line == fault.line && s.column > 0 && s.column <= fault.column &&
+             fault.column < s.column + static_cast<int>(s.path.size());
+    });
+    if (fault.severity == PQSeverity::Note && setting != settings.end() && setting->collection == nullptr) {
+      untold_[&component].push_back(*setting);
+    }
+  }
   // A value that is wrong says nothing about the graph as a whole; a property or a pin that isn't there may.
   for (std::size_t i = before; i < faults_.size(); ++i) {
     const PQFault& fault = faults_[i];

@@ -106,6 +106,13 @@ PQStatus PQGraph::SaveText(std::string& text, const PQSaveOptions& options) cons
     PQTextNode node =
         Line(PQTextNode::Kind::Object, "object " + component->GetName() + ": " + component->ClassInfo().Name());
     node.foot = "end";
+    if (const auto untold = impl_->untold.find(component); untold != impl_->untold.end()) {
+      for (const PQTextSetting& setting : untold->second) {
+        PQTextNode line = Line(PQTextNode::Kind::Value, "  " + setting.path + " = ");
+        line.path = setting.path, line.value = setting.value;
+        node.children.push_back(std::move(line));
+      }
+    }
     PQUpdateText(node, *component, how);
     document.children.push_back(std::move(node));
   }

@@ -19,6 +19,7 @@ struct PQGraph::Impl {
   std::string source;
   PQTextNode document;  // of a graph that was loaded from a file's text
   std::map<const TComponent*, detail::GraphPlace> places;
+  std::map<const TComponent*, std::vector<PQTextSetting>> untold;
   bool whole = true;  // all components and connections of the text are there
   Root root;
 

@@ -90,6 +90,8 @@ class GraphBuilder {
 
   // Where each component was named.
   const std::map<const TComponent*, GraphPlace>& Places() const { return places_; }
+  // Settings of properties that nobody can tell now, by their component: they are stored as they were given.
+  const std::map<const TComponent*, std::vector<PQTextSetting>>& Untold() const { return untold_; }
   // False if a component or a connection is missing for a fault, so that nothing can be said about the graph as a
   // whole.
   bool IsWhole() const { return whole_; }
@@ -106,6 +108,7 @@ class GraphBuilder {
   std::vector<PQFault>& faults_;
   std::map<const TComponent*, GraphPlace> places_;
   std::map<const TJCPin*, GraphPlace> connected_;  // sinks
+  std::map<const TComponent*, std::vector<PQTextSetting>> untold_;
   bool whole_ = true;
 };
 

@@ -129,6 +129,11 @@ bool Follow(TPersistent& root, const std::vector<PQPathStep>& steps, bool make_i
         for (PQProperty& p : held_by->parts(*object)) own.push_back(std::move(p));
       }
       if (static_cast<std::size_t>(step.index) >= own.size()) {
+        if (object->HasUntoldProperties()) {
+          fault.severity = PQSeverity::Note;
+          return fail(step, "number " + std::to_string(step.index) + " cannot be checked now",
+                      "a property that shows up at run time", {});
+        }
         return fail(step, "there is nothing of number " + std::to_string(step.index),
                     own.empty() ? "a property by its name" : "an index from 0 to " + std::to_string(own.size() - 1),
                     {});

@@ -168,6 +168,11 @@ TPQFreeFrame::LibraryRef TPQFreeFrame::Library() const {
   return library_;
 }
 
+bool TPQFreeFrame::HasPlugIn() const {
+  const LibraryRef library = Library();
+  return library != nullptr && !library->IsLost();
+}
+
 std::uintptr_t TPQFreeFrame::Execute(std::uint32_t function, std::uintptr_t input) const {
   const LibraryRef library = Library();
   return library != nullptr ? library->Call(function, input, 0) : 0;

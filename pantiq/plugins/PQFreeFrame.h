@@ -68,8 +68,8 @@ class PQ_EXPORT TPQFreeFrame final : public TPQMultiInput {
     TPQFFOptimizedFor optimized_for = ofNone;
   };
   Capabilities GetCapabilities() const;
-  // True from a load that succeeded to the unload.
-  bool HasPlugIn() const { return Library() != nullptr; }
+  // True from a load that succeeded to the unload, or until an isolated plug-in is lost.
+  bool HasPlugIn() const;
 
   // Call the plug-in, with no instance or with the present one; 0 without a call if there is no plug-in. An exception
   // in it reads as 0, a call that does not come back as -1. Of an answer that is a pointer nothing can be read if
