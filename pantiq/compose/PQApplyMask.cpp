@@ -84,7 +84,7 @@ void TPQApplyMask::PictureChanged() {
     Prepare(refused);
   }
   if (!refused.empty()) {
-    Report(this, PQSeverity::Error, refused, 0,
+    Report(this, PQSeverity::Warning, refused, 0,
            "at most " + std::to_string(kPQMostPicturePixels) + " pixels are possible; make the Region smaller");
   }
 }

@@ -219,6 +219,7 @@ PQImageRef Noise(std::mt19937& random, IppiSize size) {
 }
 
 TEST(PQCombine, AnyLayoutIsThatOfTheGeometry) {
+  PQFramePool::SetFillByte(0xee);  // what nobody drew would show
   std::mt19937 random(6);
   const auto number = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
   for (int round = 0; round < 4000; ++round) {
@@ -267,6 +268,17 @@ TEST(PQCombine, AnyLayoutIsThatOfTheGeometry) {
     check(false);
     if (HasFatalFailure()) return;
   }
+  PQFramePool::SetFillByte(-1);
+}
+
+TEST(PQCombine, NoFrameIsCopied) {
+  Mix m;
+  m.Start({40, 30}, {30, 40});
+  m.mix.GetOffset().SetHorizontal(-3);
+  const PQImageRef a = MakeFrame(40, 30), b = MakeFrame(30, 40);
+  const std::uint64_t before = PQFramePool::CopiedBytes();
+  for (int i = 0; i < 3; ++i) m.Send(a, b);
+  EXPECT_EQ(PQFramePool::CopiedBytes(), before);
 }
 
 // --- Streams --------------------------------------------------------------------------------------------------------
