@@ -4,12 +4,12 @@
 # where they are not. Figures belong to the machine they were measured on; use a quiet one.
 #
 #   ./bench.sh                everything
-#   ./bench.sh hop kernels combine graphs effects peers   only these
+#   ./bench.sh hop kernels combine graphs effects plugins peers   only these
 #   PANTIQ_PEERS=FOLDER       where the comparison lives (../shared/peer-bench)
 set -euo pipefail
 cd "$(dirname "$0")"
 parts=("$@")
-[ ${#parts[@]} -gt 0 ] || parts=(hop kernels combine graphs effects peers)
+[ ${#parts[@]} -gt 0 ] || parts=(hop kernels combine graphs effects plugins peers)
 peers=${PANTIQ_PEERS:-../shared/peer-bench}
 
 ./setup.sh
@@ -40,6 +40,10 @@ for part in "${parts[@]}"; do
       echo; echo "== effects of the platform beside the same elements in pipelines"
       if [ -x $bin/bench_effects ]; then $bin/bench_effects; else echo "skipped: built without PANTIQ_MEDIA"; fi
       ;;
+    plugins)
+      echo; echo "== what a plug-in costs beside its own work"
+      $bin/bench_plugins
+      ;;
     peers)
       echo; echo "== beside OpenCV and GStreamer"
       if [ ! -f "$peers/Makefile" ]; then
@@ -66,7 +70,7 @@ for part in "${parts[@]}"; do
       done
       ;;
     *)
-      echo "bench: unknown part '$part'; expected hop, kernels, combine, graphs, effects or peers" >&2
+      echo "bench: unknown part '$part'; expected hop, kernels, combine, graphs, effects, plugins or peers" >&2
       exit 2
       ;;
   esac

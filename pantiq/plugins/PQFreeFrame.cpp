@@ -472,9 +472,17 @@ bool TPQFreeFrame::PrefersCopy() const {
 }
 
 bool TPQFreeFrame::Process24Bit(PQPluginLibrary& library, const TPQImageBuffer& source, PQImageRef& frame) {
-  std::uint8_t* const pixels = frame->Modify();
   const std::uintptr_t instance = library.instance.load(std::memory_order_relaxed);
-  if (!PrefersCopy()) return Low(library.Call(FF_PROCESSFRAME, Address(pixels), instance)) == FF_SUCCESS;
+  if (!PrefersCopy()) {
+    const auto bytes = static_cast<std::size_t>(source.GetByteSize());
+    std::uint8_t* const lent = library.FrameMemory(bytes);
+    if (lent == nullptr) return Low(library.Call(FF_PROCESSFRAME, Address(frame->Modify()), instance)) == FF_SUCCESS;
+    std::memcpy(lent, source.Read(), bytes);
+    if (Low(library.Call(FF_PROCESSFRAME, Address(lent), instance)) != FF_SUCCESS) return false;
+    std::memcpy(frame->Write(), lent, bytes);
+    return true;
+  }
+  std::uint8_t* const pixels = frame->Modify();
   void* input = const_cast<std::uint8_t*>(source.Read());  // the frame as it came, apart from `pixels` now
   const ProcessFrameCopyStruct record{1, &input, pixels};
   return Low(library.Call(FF_PROCESSFRAMECOPY, Address(&record), instance)) == FF_SUCCESS;
@@ -483,7 +491,8 @@ bool TPQFreeFrame::Process24Bit(PQPluginLibrary& library, const TPQImageBuffer& 
 bool TPQFreeFrame::Process32Bit(PQPluginLibrary& library, const TPQImageBuffer& source, PQImageRef& frame) {
   const IppiSize size = source.GetSize();
   const std::size_t bytes = FrameBytes(size.width, size.height, 4);
-  std::uint8_t* const block = Block(0, bytes);
+  std::uint8_t* const lent = library.FrameMemory(bytes);
+  std::uint8_t* const block = lent != nullptr ? lent : Block(0, bytes);
   ippiCopy_8u_C3AC4R(source.Read(), source.GetStep(), block, size.width * 4, size);
   const std::uintptr_t instance = library.instance.load(std::memory_order_relaxed);
   std::uint32_t answer;

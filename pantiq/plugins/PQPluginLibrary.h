@@ -46,6 +46,13 @@ class PQPluginLibrary {
   // The record of FF_GETEXTENDEDINFO; none for 0 and -1.
   virtual std::optional<PQPluginExtendedInfo> ExtendedInfo() = 0;
 
+  // Where a frame of this size may be put to be handed to FF_PROCESSFRAME without a copy, zeroed for each instance and
+  // otherwise left alone; good until the size changes or an instance is made. Null: anywhere.
+  virtual std::uint8_t* FrameMemory(std::size_t bytes) {
+    (void)bytes;
+    return nullptr;
+  }
+
   // Why no call reaches the plug-in any more, "it crashed in FF_PROCESSFRAME (Segmentation fault)"; empty while they
   // do.
   virtual std::string WhyLost() const { return {}; }

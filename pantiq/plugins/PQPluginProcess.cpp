@@ -94,11 +94,12 @@ Descriptor High(Descriptor low) { return Descriptor(fcntl(low.Get(), F_DUPFD_CLO
 
 std::string ErrorText(int error) { return std::strerror(error); }
 
-// Memory that the host's process maps, too. It can only grow: who has it mapped never loses a page of it.
+// Memory that the host's process maps, too. It can only grow: who has it mapped never loses a page of it, and what
+// Data gave stays good.
 class SharedMemory {
  public:
   ~SharedMemory() {
-    if (data_ != nullptr) munmap(data_, size_);
+    for (const auto& [data, bytes] : mapped_) munmap(data, bytes);
   }
   bool Make() {
     fd_ = High(Descriptor(memfd_create("pantiq-plugin", MFD_CLOEXEC | MFD_ALLOW_SEALING)));
@@ -106,23 +107,21 @@ class SharedMemory {
   }
   // False if there is no memory.
   bool Grow(std::uint64_t bytes) {
-    if (bytes <= size_) return true;
+    if (bytes <= Size()) return true;
     bytes = (bytes + 0xFFFF) & ~std::uint64_t{0xFFFF};
     if (posix_fallocate(fd_.Get(), 0, static_cast<off_t>(bytes)) != 0) return false;
-    void* const data = data_ == nullptr ? mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd_.Get(), 0)
-                                        : mremap(data_, size_, bytes, MREMAP_MAYMOVE);
+    void* const data = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd_.Get(), 0);
     if (data == MAP_FAILED) return false;
-    data_ = static_cast<std::uint8_t*>(data), size_ = bytes;
+    mapped_.emplace_back(data, bytes);
     return true;
   }
-  std::uint8_t* Data() const { return data_; }
-  std::uint64_t Size() const { return size_; }
+  std::uint8_t* Data() const { return static_cast<std::uint8_t*>(mapped_.back().first); }
+  std::uint64_t Size() const { return mapped_.empty() ? 0 : mapped_.back().second; }
   int Get() const { return fd_.Get(); }
 
  private:
   Descriptor fd_;
-  std::uint8_t* data_ = nullptr;
-  std::uint64_t size_ = 0;
+  std::vector<std::pair<void*, std::uint64_t>> mapped_;  // the last one is all of it
 };
 
 // --- the process ----------------------------------------------------------------------------------------------------
@@ -296,6 +295,16 @@ class Isolated final : public PQPluginLibrary {
     return PQPluginExtendedInfo{answer.major, answer.minor, GetText(0, first), GetText(first, second)};
   }
 
+  std::uint8_t* FrameMemory(std::size_t bytes) override {
+    const std::lock_guard guard(mutex_);
+    if (bytes == lent_bytes_) return lent_;
+    frames_end_ = std::max<std::uint64_t>(frames_end_, kPluginTextRoom + Pages(bytes));
+    if (!memory_.Grow(frames_end_)) throw std::bad_alloc();
+    lent_ = memory_.Data() + kPluginTextRoom, lent_bytes_ = bytes;
+    std::memset(lent_, 0, bytes);
+    return lent_;
+  }
+
   bool IsLost() const noexcept override { return lost_.load(std::memory_order_acquire); }
   std::string WhyLost() const override {
     const std::lock_guard guard(mutex_);
@@ -314,6 +323,7 @@ class Isolated final : public PQPluginLibrary {
         std::memcpy(request.values, &video, sizeof video);
         const std::uint64_t pixel = video.BitDepth == FF_DEPTH_32 ? 4 : video.BitDepth == FF_DEPTH_24 ? 3 : 2;
         frame_bytes_ = pixel * video.FrameWidth * video.FrameHeight;
+        lent_ = nullptr, lent_bytes_ = 0;
         break;
       }
       case FF_SETPARAMETER: {
@@ -326,8 +336,12 @@ class Isolated final : public PQPluginLibrary {
         break;
       }
       case FF_PROCESSFRAME:
-        output = reinterpret_cast<std::uint8_t*>(input);
         PlaceFrames(request, 1);
+        if (lent_ != nullptr && input == reinterpret_cast<std::uintptr_t>(lent_)) {
+          request.frames_at = kPluginTextRoom;  // it is there
+          break;
+        }
+        output = reinterpret_cast<std::uint8_t*>(input);
         std::memcpy(Frame(request, 0), output, frame_bytes_);
         break;
       case FF_PROCESSFRAMECOPY: {
@@ -386,9 +400,11 @@ class Isolated final : public PQPluginLibrary {
   }
 
   void PutText(PQPluginRequest& request, const std::string& text) {
-    text_room_ = std::max<std::uint64_t>(text_room_, text.size() + 1);
-    if (!memory_.Grow(text_room_)) throw std::bad_alloc();
-    std::memcpy(memory_.Data(), text.c_str(), text.size() + 1);
+    if (text.size() >= kPluginTextRoom) {
+      request.text_at = frames_end_;
+      if (!memory_.Grow(frames_end_ + text.size() + 1)) throw std::bad_alloc();
+    }
+    std::memcpy(memory_.Data() + request.text_at, text.c_str(), text.size() + 1);
     request.text_bytes = text.size();
   }
   std::string GetText(std::uint64_t at, std::uint64_t bytes) const {
@@ -397,11 +413,13 @@ class Isolated final : public PQPluginLibrary {
     return std::string(reinterpret_cast<const char*>(memory_.Data()) + at, bytes);
   }
 
+  // The lent frame comes first, then those of the request.
+  static std::uint64_t Pages(std::uint64_t bytes) { return (bytes + 4095) & ~std::uint64_t{4095}; }
   void PlaceFrames(PQPluginRequest& request, std::uint64_t count) {
-    constexpr std::uint64_t kPage = 4096;
-    request.frames_at = (text_room_ + kPage - 1) / kPage * kPage;
-    request.frame_step = (frame_bytes_ + kPage - 1) / kPage * kPage;
-    if (!memory_.Grow(request.frames_at + request.frame_step * count)) throw std::bad_alloc();
+    request.frame_step = Pages(frame_bytes_);
+    request.frames_at = kPluginTextRoom + Pages(lent_bytes_);
+    frames_end_ = std::max(frames_end_, request.frames_at + request.frame_step * count);
+    if (!memory_.Grow(frames_end_)) throw std::bad_alloc();
   }
   std::uint8_t* Frame(const PQPluginRequest& request, std::uint64_t number) const {
     return memory_.Data() + request.frames_at + request.frame_step * number;
@@ -410,7 +428,9 @@ class Isolated final : public PQPluginLibrary {
   mutable std::mutex mutex_;  // one call at a time
   SharedMemory memory_;
   HostProcess process_;
-  std::uint64_t text_room_ = kPluginTextRoom, frame_bytes_ = 0;
+  std::uint64_t frame_bytes_ = 0, frames_end_ = kPluginTextRoom;
+  std::uint8_t* lent_ = nullptr;  // what FrameMemory gave
+  std::uint64_t lent_bytes_ = 0;
   bool heard_ = false;
   std::string why_lost_;
   std::atomic<bool> lost_{false};

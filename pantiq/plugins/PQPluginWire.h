@@ -26,9 +26,9 @@ struct PQPluginRequest {
   std::uint32_t function = 0;
   std::uint32_t frames = 0;  // inputs of FF_PROCESSFRAMECOPY
   std::uint64_t input = 0, instance = 0;
-  std::uint64_t memory = 0;      // bytes of the shared memory by now
-  std::uint64_t text_bytes = 0;  // a text at the memory's begin, ended by 0 behind them
-  std::uint64_t most_text = 0;   // of the answer
+  std::uint64_t memory = 0;                   // bytes of the shared memory by now
+  std::uint64_t text_at = 0, text_bytes = 0;  // a text, ended by 0 behind its bytes
+  std::uint64_t most_text = 0;                // of the answer
   // Frame i at frames_at + i * frame_step: the inputs, then the output. FF_PROCESSFRAME: one.
   std::uint64_t frames_at = 0, frame_step = 0;
   std::uint32_t values[4] = {};  // VideoInfoStruct; number and value of SetParameterStruct
@@ -47,7 +47,7 @@ struct PQPluginAnswer {
   std::uint32_t unused = 0;
 };
 
-// Room for texts at the memory's begin, at least; two of an answer fit.
+// Room for texts at the memory's begin; the two of an answer fit. Behind it come frames, behind them longer texts.
 inline constexpr std::uint64_t kPluginTextRoom = 256 * 1024;
 
 }  // namespace pantiq

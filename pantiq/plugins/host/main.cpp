@@ -58,7 +58,9 @@ class Host {
     return data_ != nullptr;
   }
 
-  const char* RequestText() const { return reinterpret_cast<const char*>(data_); }
+  std::string RequestText(const PQPluginRequest& request) const {
+    return std::string(reinterpret_cast<const char*>(data_) + request.text_at, request.text_bytes);
+  }
   std::uint64_t PutText(const std::string& text, std::uint64_t at) {
     const std::uint64_t bytes = std::min<std::uint64_t>(text.size(), size_ > at ? size_ - at : 0);
     std::memcpy(data_ + at, text.data(), bytes);
@@ -68,7 +70,7 @@ class Host {
   void Do(const PQPluginRequest& request, PQPluginAnswer& answer) {
     if (request.wish == PQPluginWish::Open) {
       PQPlatformResult result;
-      library_ = PQLoadPlugin(std::string(RequestText(), request.text_bytes), result);
+      library_ = PQLoadPlugin(RequestText(request), result);
       answer.ok = library_ != nullptr, answer.code = static_cast<std::int32_t>(result.code);
       answer.text_bytes = PutText(result.detail, 0);
       return;
@@ -110,7 +112,7 @@ class Host {
       }
       case FF_SETPARAMETER: {
         // A copy: a plug-in may go on reading where the text was.
-        if (request.has_text != 0) text_.assign(RequestText(), request.text_bytes);
+        if (request.has_text != 0) text_ = RequestText(request);
         const SetParameterStruct set{
             request.values[0], request.values[1],
             request.has_text != 0 ? reinterpret_cast<std::uintptr_t>(text_.c_str()) : request.values[1]};
