@@ -114,6 +114,25 @@ std::string JoinWords(std::span<const std::string> words) {
   return line;
 }
 
+namespace {
+
+// What a check without plug-ins finds is added to what the graph itself said, but for its notes on single settings:
+// those are of parameters that could not be told there.
+void AddChecked(std::vector<PQFault>& faults, std::vector<PQFault> checked) {
+  const auto before = static_cast<std::ptrdiff_t>(faults.size());
+  for (PQFault& fault : checked) {
+    if (fault.severity == PQSeverity::Note && !fault.property.empty()) continue;
+    const bool known = std::any_of(faults.begin(), faults.begin() + before,
+                                   [&](const PQFault& told) { return told.text == fault.text; });
+    if (!known) faults.push_back(std::move(fault));
+  }
+  std::stable_sort(faults.begin(), faults.end(), [](const PQFault& a, const PQFault& b) {
+    return std::pair(a.line, a.column) < std::pair(b.line, b.column);
+  });
+}
+
+}  // namespace
+
 GivenGraph ReadGraph(std::span<const std::string> words, bool designing) {
   GivenGraph given;
   auto graph = std::make_unique<PQGraph>(designing);
@@ -122,11 +141,11 @@ GivenGraph ReadGraph(std::span<const std::string> words, bool designing) {
     given.file = words.front();
     if (!ReadText(given)) return given;
     built = graph->LoadText(given.source, given.faults);
-    if (!built) given.faults = PQGraph::CheckText(given.source);
+    if (!built) AddChecked(given.faults, PQGraph::CheckText(given.source));
   } else {
     given.source = JoinWords(words);
     built = graph->ParseLaunch(given.source, given.faults);
-    if (!built) given.faults = PQGraph::CheckLaunch(given.source);
+    if (!built) AddChecked(given.faults, PQGraph::CheckLaunch(given.source));
   }
   if (!built) return given;
   for (PQFault& fault : graph->Check()) given.faults.push_back(std::move(fault));

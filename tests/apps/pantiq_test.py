@@ -652,6 +652,137 @@ class Codecs(Case):
         self.assertTrue(self.tags["MJPG"]["quality"] and not self.tags["MJPG"]["lossless"])
 
 
+@unittest.skipUnless(os.environ.get("PANTIQ_PLUGINS"), "the example plug-ins are not built")
+class Plugins(Case):
+    """The example plug-ins, in the program's process and isolated."""
+
+    def setUp(self):
+        super().setUp()
+        for plugin in glob.glob(os.path.join(os.environ["PANTIQ_PLUGINS"], "*.so")):
+            shutil.copy(plugin, self.folder)
+
+    def fx(self, plugin, settings=""):
+        return f"{GEN} ! TPQFreeFrame Name=fx FilterFileName={plugin}.so {settings} ! checksum"
+
+    def misbehave(self, words):
+        return {"PANTIQ_MISBEHAVE": words}
+
+    def test_runs(self):
+        plain = self.pantiq("run", "--frames", "3", f"{GEN} ! checksum").out
+        second = f"  {GEN} ! TPQFixedFilter ! fx.InputPins.Pin2"
+        for plugin, settings, more in [
+            ("waves", "Parameters.Speed=0.5", ""),
+            ("sepia32", "Parameters[0]=0.75", ""),
+            ("crossfade", "Parameters.Mix=0.25", second),
+            ("badge", "Parameters.'Label text'='it''s' Parameters.Invert=true Parameters.Red=9", ""),
+            ("misbehave", "", ""),
+        ]:
+            with self.subTest(plugin=plugin):
+                line = self.fx(plugin, settings) + more
+                done = self.pantiq("run", "--frames", "3", line).out
+                self.assertEqual(len(done.splitlines()), 3)
+                self.assertNotEqual(done, plain)
+                isolated = self.pantiq("run", "--frames", "3", line.replace("FilterFileName", "Isolated=true FilterFileName"))
+                self.assertEqual(isolated.out, done)
+                if settings:
+                    self.assertNotEqual(self.pantiq("run", "--frames", "3", self.fx(plugin) + more).out, done)
+
+    def test_a_stored_graph_keeps_its_parameters(self):
+        line = self.fx("badge", "Parameters.Size=0.75 Parameters[3]=1").replace("checksum", "TPQMirror Name=m")
+        self.pantiq("save", line, "-o", "fx.pqg", env=self.misbehave("crash:1"))
+        stored = self.read("fx.pqg").decode()
+        self.assertIn("  Parameters.Size = 0.75\n", stored)
+        self.assertEqual(self.pantiq("save", "fx.pqg", "-o", "-").out, stored)
+        for name, text in [("named", stored), ("listed", re.sub(r"  Parameters.*\n", "", stored).replace(
+                "  FilterFileName", "  Parameters.StrValue = ('False' '' '255' '1' '0' '8' '8' '0.75' 'Pantiq')\n  FilterFileName"))]:
+            sink = f"\nobject s: frames\n  FileName = '{name}-%d.png'\n  InputPin = m.OutputPin\nend\n"
+            self.write(name + ".pqg", (text + sink).encode())
+            self.pantiq("run", "--frames", "1", name + ".pqg", "--quiet")
+        self.assertEqual(self.read("named-0.png"), self.read("listed-0.png"))
+        direct = self.fx("badge", "Parameters.Size=0.75 Parameters[3]=1").replace("checksum", "TPQMirror ! frames 'direct-%d.png'")
+        self.pantiq("run", "--frames", "1", direct, "--quiet")
+        self.assertEqual(self.read("named-0.png"), self.read("direct-0.png"))
+
+    def test_wrong_parameters(self):
+        for setting, caret, says in [
+            ("Parameters.Sped=1", "Sped", ["nearest is 'Speed'", "Speed, Height"]),
+            ("Parameters.Speed=fast", "fast", ["fx.Parameters.Speed", "a number"]),
+            ("Parameters[2]=1", "[2]", ["from 0 to 1"]),
+        ]:
+            with self.subTest(setting=setting):
+                line = self.fx("waves", setting)
+                self.refused("run", line, says=says, source=line, caret=caret)
+                self.assertIn("cannot be checked now", self.pantiq("check", line).err)
+
+    def test_files_that_are_none(self):
+        self.write("text.so", b"not what it seems\n")
+        self.refused("run", self.fx("absent"), says=["fx: FilterFileName", "'absent.so'", "no such file"])
+        self.assertIn("no shared object", self.pantiq("run", self.fx("text"), code=1).err)
+        self.assertIn("there is no plug-in", self.pantiq("run", f"{GEN} ! TPQFreeFrame ! checksum", code=1).err)
+        for words, why in [("fail:1", "FF_INITIALISE"), ("no-depth", "neither 16, 24 nor 32"), ("fail:11", "32 by 16")]:
+            done = self.pantiq("run", "--frames", "3", self.fx("misbehave"), code=1, env=self.misbehave(words))
+            self.assertIn(why, done.err)
+            self.assertEqual(done.out, "")
+
+    def test_an_isolated_plugin_may_crash_hang_and_leave(self):
+        plain = self.pantiq("run", "--frames", "3", f"{GEN} ! checksum").out
+        for words, why in [("crash:3", "it crashed in FF_PROCESSFRAME (Segmentation fault)"),
+                           ("exit:11", "exit code 3"), ("crash:1", "FF_INITIALISE"),
+                           ("hang:3", "did not come back within two seconds in FF_PROCESSFRAME")]:
+            with self.subTest(words=words):
+                line = self.fx("misbehave", "Isolated=true")
+                done = self.pantiq("run", "--frames", "3", line, env=self.misbehave(words))
+                self.assertEqual(done.out, plain)
+                self.assertIn(why, done.err)
+                self.assertIn("frames pass unchanged", done.err)
+
+    def test_the_process_of_a_plugin_ends_with_the_program(self):
+        """However that ends, and whatever the plug-in is doing."""
+        mark = self.path("hangs")
+        env = {**os.environ, **self.misbehave("hang:3"), "PANTIQ_MISBEHAVE_MARK": mark}
+        run = subprocess.Popen([PANTIQ, "run", "--quiet", self.fx("misbehave", "Isolated=true")], cwd=self.folder,
+                               env=env, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+        while not os.path.exists(mark) and run.poll() is None:
+            os.sched_yield()
+        with open(f"/proc/{run.pid}/task/{run.pid}/children", encoding="ascii") as file:
+            children = file.read().split()
+        for task in glob.glob(f"/proc/{run.pid}/task/*/children"):
+            with open(task, encoding="ascii") as file:
+                children += file.read().split()
+        run.kill()
+        run.communicate()
+        self.assertTrue(children)
+        for child in children:
+            while os.path.exists(f"/proc/{child}"):
+                with open(f"/proc/{child}/stat", encoding="ascii") as file:
+                    if file.read().rsplit(")", 1)[1].split()[0] == "Z":
+                        break
+                os.sched_yield()
+
+    def test_inspect(self):
+        shown = json.loads(self.pantiq("inspect", "--plugin", "badge.so", "--json").out)
+        self.assertEqual((shown["version"], shown["video"], shown["minimum_inputs"]), ("1.2", [24], 1))
+        self.assertEqual([p["path"] for p in shown["parameters"]][-2:], ["Parameters.Size", "Parameters.'Label text'"])
+        self.assertEqual([p["default"] for p in shown["parameters"]],
+                         ["false", "false", "255", "160", "0", "8", "8", "0.25", "'Pantiq'"])
+        text = self.pantiq("inspect", "--plugin", "badge.so").out
+        for says in ("Puts a badge into the picture, version 1.2", "frames of 24 bits", "1 input",
+                     "Parameters.Red: UInt8 = 255, 0 to 255", "Parameters.'Label text': String = 'Pantiq'"):
+            self.assertIn(says, text)
+        for plugin in ("badge", "waves", "sepia32", "crossfade", "misbehave"):
+            example = json.loads(self.pantiq("inspect", "--plugin", plugin + ".so", "--json").out)["example"]
+            self.assertEqual(len(self.pantiq("run", "--frames", "2", example).out.splitlines()), 2)
+        for words, why in [("crash:13", "it crashed in FF_GETEXTENDEDINFO"), ("exit:4", "exit code 3"),
+                           ("crash:5 names", "FF_GETPARAMETERNAME")]:
+            done = self.pantiq("inspect", "--plugin", "misbehave.so", code=2, env=self.misbehave(words))
+            self.assertIn(why, done.err)
+            self.assertEqual(done.out, "")
+        self.refused("inspect", "--plugin", "absent.so", says=["'absent.so'", "no such file"])
+        self.refused("inspect", "--plugin", "badge.so", "TPQMirror", says=["excludes"])
+        done = self.pantiq("inspect", "--plugin", "misbehave.so", env=self.misbehave("names throw:4"))
+        self.assertIn("raised an exception (in FF_GETNUMPARAMETERS", done.err)
+
+
 class ExampleGraphs(Case):
     """From a folder like the project's: examples name their pictures from there."""
 
