@@ -5,6 +5,11 @@
  */
 #include <pantiq/plugins/abi/freeframe1.h>
 
+#include <stdatomic.h>
+#include <stdbool.h>
+
+#include "keep.h"
+
 enum { kInvert, kFlash, kRed, kGreen, kBlue, kLeft, kTop, kSize, kText, kParameters };
 
 static const struct {
@@ -17,20 +22,32 @@ static const struct {
     {"Top", FF_TYPE_YPOS, 8},       {"Size", FF_TYPE_STANDARD, 0.25f}, {"Label text", FF_TYPE_TEXT, 0},
 };
 
-static uint32_t g_width, g_height;
-static float g_values[kParameters];
-static char g_text[64] = "Pantiq";
-static int g_flash; /* frames that are still white */
+typedef struct {
+  uint32_t width, height;
+  /* Set while frames are processed. */
+  _Atomic float values[kParameters];
+  atomic_bool flash; /* the next frame is white */
+  atomic_flag text_taken;
+  char text[64];
+} Badge;
 
-static void set(const SetParameterStruct* set) {
+static void take_text(Badge* badge) {
+  while (atomic_flag_test_and_set(&badge->text_taken)) {
+  }
+}
+static void give_text(Badge* badge) { atomic_flag_clear(&badge->text_taken); }
+
+static void set(Badge* badge, const SetParameterStruct* set) {
   float value = FF_FloatOf(set->NewParameterValue);
   switch (set->ParameterNumber) {
     case kFlash:
-      if (value > 0) g_flash = 1;
+      if (value > 0) badge->flash = true;
       return;
     case kText: {
       const char* const text = (const char*)set->NewParameterTextOrBits;
-      strncpy(g_text, text != NULL ? text : "", sizeof g_text - 1);
+      take_text(badge);
+      strncpy(badge->text, text != NULL ? text : "", sizeof badge->text - 1);
+      give_text(badge);
       return;
     }
     case kSize:
@@ -39,44 +56,49 @@ static void set(const SetParameterStruct* set) {
     default:
       if (set->ParameterNumber >= kParameters) return;
   }
-  g_values[set->ParameterNumber] = value;
+  badge->values[set->ParameterNumber] = value;
 }
 
-static void paint(uint8_t* frame, uint32_t x, uint32_t y, const uint8_t color[3]) {
-  if (x < g_width && y < g_height) memcpy(frame + ((size_t)y * g_width + x) * 3, color, 3);
+/* A place in a picture; 0 for what is none. */
+static uint32_t whole(float value) { return value > 0 && value < (1 << 20) ? (uint32_t)value : 0; }
+
+static void paint(const Badge* badge, uint8_t* frame, uint32_t x, uint32_t y, const uint8_t color[3]) {
+  if (x < badge->width && y < badge->height) memcpy(frame + ((size_t)y * badge->width + x) * 3, color, 3);
 }
 
-static void process(uint8_t* frame) {
-  const size_t bytes = (size_t)g_width * g_height * 3;
-  if (g_flash > 0) {
+static void process(Badge* badge, uint8_t* frame) {
+  const size_t bytes = (size_t)badge->width * badge->height * 3;
+  if (atomic_exchange(&badge->flash, false)) {
     memset(frame, 255, bytes);
-    --g_flash;
     return;
   }
-  if (g_values[kInvert] > 0) {
+  if (badge->values[kInvert] > 0) {
     for (size_t i = 0; i < bytes; ++i) frame[i] = (uint8_t)(255 - frame[i]);
   }
-  const uint8_t color[3] = {(uint8_t)(g_values[kBlue] * 255 + 0.5f), (uint8_t)(g_values[kGreen] * 255 + 0.5f),
-                            (uint8_t)(g_values[kRed] * 255 + 0.5f)};
+  const uint8_t color[3] = {(uint8_t)(badge->values[kBlue] * 255 + 0.5f), (uint8_t)(badge->values[kGreen] * 255 + 0.5f),
+                            (uint8_t)(badge->values[kRed] * 255 + 0.5f)};
   const uint8_t black[3] = {0, 0, 0};
-  const float limit = 1 << 20;
-  const uint32_t left = (uint32_t)(g_values[kLeft] > 0 && g_values[kLeft] < limit ? g_values[kLeft] : 0);
-  const uint32_t top = (uint32_t)(g_values[kTop] > 0 && g_values[kTop] < limit ? g_values[kTop] : 0);
-  const uint32_t side = (uint32_t)(g_values[kSize] * (float)(g_width < g_height ? g_width : g_height));
+  const uint32_t left = whole(badge->values[kLeft]), top = whole(badge->values[kTop]);
+  const uint32_t side =
+      (uint32_t)(badge->values[kSize] * (float)(badge->width < badge->height ? badge->width : badge->height));
   for (uint32_t y = 0; y < side; ++y) {
-    for (uint32_t x = 0; x < side; ++x) paint(frame, left + x, top + y, color);
+    for (uint32_t x = 0; x < side; ++x) paint(badge, frame, left + x, top + y, color);
   }
+  char text[sizeof badge->text];
+  take_text(badge);
+  memcpy(text, badge->text, sizeof text);
+  give_text(badge);
   /* The label as a row of dots, a column for each letter. */
-  for (uint32_t letter = 0; g_text[letter] != 0; ++letter) {
+  for (uint32_t letter = 0; text[letter] != 0; ++letter) {
     for (uint32_t bit = 0; bit < 8 && bit < side; ++bit) {
-      if ((g_text[letter] >> bit & 1) && letter < side) paint(frame, left + letter, top + bit, black);
+      if ((text[letter] >> bit & 1) && letter < side) paint(badge, frame, left + letter, top + bit, black);
     }
   }
 }
 
 FF_PLUG_MAIN(code, input, instance) {
   static const PluginExtendedInfoStruct info = {1, 2, "Puts a badge into the picture", "An example of Pantiq"};
-  (void)instance;
+  Badge* const badge = (Badge*)instance;
   switch (code) {
     case FF_INITIALISE:
       return FF_SUCCESS;
@@ -93,20 +115,25 @@ FF_PLUG_MAIN(code, input, instance) {
     case FF_GETPARAMETERNAME:
       return input < kParameters ? (uintptr_t)kList[input].name : FF_FAIL;
     case FF_GETPARAMETERDEFAULT:
-      if (input == kText) return (uintptr_t)g_text;
+      if (input == kText) return (uintptr_t) "Pantiq";
       return input < kParameters ? FF_BitsOf(kList[input].value) : FF_FAIL;
-    case FF_INSTANTIATE:
-      g_width = ((const VideoInfoStruct*)input)->FrameWidth, g_height = ((const VideoInfoStruct*)input)->FrameHeight;
-      return 1;
+    case FF_INSTANTIATE: {
+      const VideoInfoStruct* const video = (const VideoInfoStruct*)input;
+      Badge* const made = Keep(sizeof *made);
+      if (made == NULL) return FF_FAIL;
+      made->width = video->FrameWidth, made->height = video->FrameHeight;
+      return (uintptr_t)made;
+    }
     case FF_SETPARAMETER:
-      set((const SetParameterStruct*)input);
+      set(badge, (const SetParameterStruct*)input);
       return FF_SUCCESS;
     case FF_GETPARAMETER:
-      if (input == kText) return (uintptr_t)g_text;
-      if (input == kLeft || input == kTop) return (uint32_t)g_values[input]; /* positions come back as whole numbers */
-      return input < kParameters ? FF_BitsOf(g_values[input]) : FF_FAIL;
+      if (input == kText) return (uintptr_t)badge->text;
+      if (input == kLeft || input == kTop)
+        return whole(badge->values[input]); /* positions come back as whole numbers */
+      return input < kParameters ? FF_BitsOf(badge->values[input]) : FF_FAIL;
     case FF_PROCESSFRAME:
-      process((uint8_t*)input);
+      process(badge, (uint8_t*)input);
       return FF_SUCCESS;
     default:
       return FF_FAIL;

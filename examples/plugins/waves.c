@@ -1,7 +1,8 @@
 /* Lets the picture swim: every row is moved sideways, by a wave that runs down the picture. 24 bits, in place. */
 #include <math.h>
 #include <pantiq/plugins/abi/freeframe1.h>
-#include <stdlib.h>
+
+#include "keep.h"
 
 enum { kSpeed, kHeight, kParameters };
 static const char* const kNames[kParameters] = {"Speed", "Height"};
@@ -9,28 +10,25 @@ static const float kDefaults[kParameters] = {0.25f, 0.5f};
 
 typedef struct {
   uint32_t width, height;
-  uint32_t frame; /* of the stream, counted */
-  float values[kParameters];
-  uint8_t* row;
+  uint32_t frame;                    /* of the stream, counted */
+  _Atomic float values[kParameters]; /* set while frames are processed */
+  uint8_t row[];                     /* room for one row */
 } Waves;
 
 static Waves* make(const VideoInfoStruct* video) {
-  Waves* const waves = calloc(1, sizeof *waves);
+  Waves* const waves = Keep(sizeof *waves + (size_t)video->FrameWidth * 3);
   if (waves == NULL) return NULL;
   waves->width = video->FrameWidth, waves->height = video->FrameHeight;
-  memcpy(waves->values, kDefaults, sizeof kDefaults);
-  waves->row = malloc((size_t)video->FrameWidth * 3);
-  if (waves->row != NULL) return waves;
-  free(waves);
-  return NULL;
+  for (int i = 0; i < kParameters; ++i) waves->values[i] = kDefaults[i];
+  return waves;
 }
 
 static void process(Waves* waves, uint8_t* frame) {
   const size_t step = (size_t)waves->width * 3;
-  const double phase = waves->frame++ * waves->values[kSpeed];
+  const double phase = waves->frame++ * waves->values[kSpeed], height = waves->values[kHeight];
   for (uint32_t y = 0; y < waves->height; ++y) {
     uint8_t* const row = frame + y * step;
-    const double wave = sin(y * 0.1 + phase) * waves->values[kHeight] * 0.1 * waves->width;
+    const double wave = sin(y * 0.1 + phase) * height * 0.1 * waves->width;
     /* To the right by a number from 0 to width - 1; what leaves at one side comes in at the other. */
     double shift = fmod(floor(wave), waves->width);
     if (shift < 0) shift += waves->width;
@@ -42,22 +40,12 @@ static void process(Waves* waves, uint8_t* frame) {
   }
 }
 
-/* The one instance; it is given back when the host unloads the plug-in or makes another. */
-static Waves* g_waves;
-
-static void drop(void) {
-  if (g_waves != NULL) free(g_waves->row);
-  free(g_waves);
-  g_waves = NULL;
-}
-
 FF_PLUG_MAIN(code, input, instance) {
   static const PluginExtendedInfoStruct info = {1, 0, "Lets the picture swim", "An example of Pantiq"};
   switch (code) {
     case FF_INITIALISE:
       return FF_SUCCESS;
     case FF_DEINITIALISE:
-      drop();
       return FF_SUCCESS;
     case FF_GETEXTENDEDINFO:
       return (uintptr_t)&info;
@@ -71,10 +59,10 @@ FF_PLUG_MAIN(code, input, instance) {
       return input < kParameters ? (uintptr_t)kNames[input] : FF_FAIL;
     case FF_GETPARAMETERDEFAULT:
       return input < kParameters ? FF_BitsOf(kDefaults[input]) : FF_FAIL;
-    case FF_INSTANTIATE:
-      drop();
-      g_waves = make((const VideoInfoStruct*)input);
-      return g_waves != NULL ? (uintptr_t)g_waves : FF_FAIL;
+    case FF_INSTANTIATE: {
+      Waves* const waves = make((const VideoInfoStruct*)input);
+      return waves != NULL ? (uintptr_t)waves : FF_FAIL;
+    }
     case FF_SETPARAMETER: {
       const SetParameterStruct* const set = (const SetParameterStruct*)input;
       if (set->ParameterNumber >= kParameters) return FF_FAIL;

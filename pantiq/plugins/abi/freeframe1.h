@@ -30,6 +30,9 @@
  * frame to frame as the plug-in leaves it, and ignored in what comes out. Every frame has the size that FF_INSTANTIATE
  * gave; a stream that changes its size gets a new instance.
  *
+ * An instance ends with the library: nothing tells its end. Several components may use one library at a time, each with
+ * its own instance and its own FF_INITIALISE and FF_DEINITIALISE.
+ *
  * An exception that leaves plugMain is caught and counts as the answer 0.
  */
 #ifndef PANTIQ_FREEFRAME1_H
