@@ -23,7 +23,7 @@ FRAME = "TPQResize OutputSize.Width=480 OutputSize.Height=270 Interpolation=imSu
 
 
 def run(program, *args):
-    done = subprocess.run([program, *args], capture_output=True, text=True)
+    done = subprocess.run([program, *args], capture_output=True, text=True, cwd=ROOT)  # plug-ins are named from there
     if done.returncode != 0:
         sys.exit(f"pages: {' '.join(args)}\n{done.stderr}")
     return done.stdout
@@ -99,6 +99,7 @@ def main():
     parser.add_argument("--check", action="store_true")
     parser.add_argument("--pictures", action="store_true")
     options = parser.parse_args()
+    options.program = str(pathlib.Path(options.program).resolve())
     shown = json.loads((ROOT / "tools" / "pages.json").read_text())
     listed = json.loads(run(options.program, "list", "--json"))
     classes = [c["name"] for p in listed if p["page"] == "Pantiq" for c in p["classes"]]
