@@ -5,6 +5,7 @@
 
 #include "pantiq/platform/PQEffects.h"
 #include "pantiq/platform/PQMediaGraph.h"
+#include "pantiq/platform/PQMediaOutput.h"
 #include "pantiq/platform/PQMediaReader.h"
 
 namespace pantiq {
@@ -20,12 +21,20 @@ class PQ_EXPORT PQMediaModule {
     result = {kPlatformMissing, "this media module has no effects"};
     return nullptr;
   }
+  virtual std::unique_ptr<PQMediaOutput> CreateOutput(PQPlatformResult& result) {
+    result = {kPlatformMissing, "this media module plays to no devices"};
+    return nullptr;
+  }
+  virtual std::unique_ptr<PQOutputDevices> CreateOutputDevices(PQPlatformResult& result) {
+    result = {kPlatformMissing, "this media module knows no devices"};
+    return nullptr;
+  }
   // Chooses encoders and muxer; fails with the missing element and its package.
   virtual PQPlatformResult ResolveProfile(const PQRecordingRequest& request, PQRecordingProfile& profile) = 0;
 };
 
 // Goes up with every change of the headers of this room.
-inline constexpr int kMediaModuleAbi = 2;
+inline constexpr int kMediaModuleAbi = 3;
 // The module's function: `PQMediaModule* pantiq_media_module(int abi)`; null if the numbers differ. The object lives as
 // long as the process.
 using PQMediaModuleEntry = PQMediaModule* (*)(int abi);

@@ -20,6 +20,18 @@ constexpr std::array kPackages = {
     ElementPackage{"audioconvert", "gstreamer1.0-plugins-base"},
     ElementPackage{"audioresample", "gstreamer1.0-plugins-base"},
     ElementPackage{"uridecodebin", "gstreamer1.0-plugins-base"},
+    ElementPackage{"videorate", "gstreamer1.0-plugins-base"},
+    ElementPackage{"glimagesink", "gstreamer1.0-gl"},
+    ElementPackage{"ximagesink", "gstreamer1.0-x"},
+    ElementPackage{"xvimagesink", "gstreamer1.0-x"},
+    ElementPackage{"alsasink", "gstreamer1.0-alsa"},
+    ElementPackage{"pipewiresink", "gstreamer1.0-pipewire"},
+    ElementPackage{"waylandsink", "gstreamer1.0-plugins-bad"},
+    ElementPackage{"autoaudiosink", "gstreamer1.0-plugins-good"},
+    ElementPackage{"pulsesink", "gstreamer1.0-plugins-good"},
+    ElementPackage{"jackaudiosink", "gstreamer1.0-plugins-good"},
+    ElementPackage{"osssink", "gstreamer1.0-plugins-good"},
+    ElementPackage{"oss4sink", "gstreamer1.0-plugins-good"},
     ElementPackage{"videoflip", "gstreamer1.0-plugins-good"},
     ElementPackage{"deinterlace", "gstreamer1.0-plugins-good"},
     ElementPackage{"matroskamux", "gstreamer1.0-plugins-good"},
@@ -54,12 +66,17 @@ bool HasElement(const std::string& factory) {
   return true;
 }
 
-PQPlatformResult MissingElement(const std::string& factory) {
-  const char* package = "gstreamer1.0-libav";
+std::string PackageOfElement(const std::string& factory) {
   for (const ElementPackage& entry : kPackages) {
-    if (factory == entry.element) package = entry.package;
+    if (factory == entry.element) return entry.package;
   }
-  return {kPlatformMissing, "the GStreamer element " + factory + " is not installed; install " + package};
+  return factory.starts_with("av") ? "gstreamer1.0-libav" : "";
+}
+
+PQPlatformResult MissingElement(const std::string& factory) {
+  const std::string package = PackageOfElement(factory);
+  return {kPlatformMissing, "the GStreamer element " + factory + " is not installed" +
+                                (package.empty() ? std::string() : "; install " + package)};
 }
 
 ElementPtr MakeElement(const char* factory, PQPlatformResult& result) {

@@ -35,6 +35,8 @@ PQPlatformResult Initialise();
 // A new element with a full reference; empty with a result that names the package if it is not installed.
 ElementPtr MakeElement(const char* factory, PQPlatformResult& result);
 bool HasElement(const std::string& factory);
+// Debian's package of an element that this module knows by name; empty for others.
+std::string PackageOfElement(const std::string& factory);
 // "x264enc is not installed (gstreamer1.0-plugins-ugly)".
 PQPlatformResult MissingElement(const std::string& factory);
 

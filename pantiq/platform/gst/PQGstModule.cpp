@@ -1,8 +1,10 @@
 // The one exported function of the module.
 #include "pantiq/platform/PQMediaModule.h"
 #include "pantiq/platform/gst/PQGstCommon.h"
+#include "pantiq/platform/gst/PQGstDevices.h"
 #include "pantiq/platform/gst/PQGstEffects.h"
 #include "pantiq/platform/gst/PQGstGraph.h"
+#include "pantiq/platform/gst/PQGstOutput.h"
 #include "pantiq/platform/gst/PQGstProfiles.h"
 #include "pantiq/platform/gst/PQGstReader.h"
 
@@ -22,6 +24,14 @@ class Module final : public PQMediaModule {
   std::unique_ptr<PQEffects> CreateEffects(PQPlatformResult& result) override {
     result = Initialise();
     return result.Ok() ? MakeEffects() : nullptr;
+  }
+  std::unique_ptr<PQMediaOutput> CreateOutput(PQPlatformResult& result) override {
+    result = Initialise();
+    return result.Ok() ? MakeOutput() : nullptr;
+  }
+  std::unique_ptr<PQOutputDevices> CreateOutputDevices(PQPlatformResult& result) override {
+    result = Initialise();
+    return result.Ok() ? MakeOutputDevices() : nullptr;
   }
   PQPlatformResult ResolveProfile(const PQRecordingRequest& request, PQRecordingProfile& profile) override {
     if (auto result = Initialise(); !result.Ok()) return result;
