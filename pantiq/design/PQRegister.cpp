@@ -32,6 +32,7 @@
 #include "pantiq/filters/PQWienerFilter.h"
 #include "pantiq/media/PQASFLogger.h"
 #include "pantiq/media/PQASFPlayer.h"
+#include "pantiq/media/PQDSVideoOut.h"
 #include "pantiq/media/PQVideoCompressor.h"
 #include "pantiq/media/PQVideoDecompressor.h"
 #include "pantiq/plugins/PQDMOEffect.h"
@@ -69,6 +70,7 @@ void RegisterAll() {
   PQTransparentColor::Register();
   PQWienerFilter::Register();
   PQDMOEffect::Register();
+  PQDSVideoOut::Register();
   PQVideoDecompressor::Register();
   PQVideoCompressor::Register();
   PQThreshold::Register();

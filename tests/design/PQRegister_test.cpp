@@ -65,7 +65,7 @@ TEST_F(EveryClass, StandsOnThePageOnceInTheOrderOfThePalette) {
       "TPQFreeFrame", "TPQUniformNoise", "TPQBoxFilter", "TPQFixedFilter", "TPQGaussNoise", "TPQGrayScale", "TPQHistogram",
       "TPQJaehneGen", "TPQColorTwist", "TPQGammaFilter", "TPQMirror", "TPQRotate", "TPQShear", "TPQResize", "TPQWarp",
       "TPQCombine", "TPQImageGen", "TPQFrameChange", "TPQColorSplit", "TPQApplyMask", "TPQTransparentColor",
-      "TPQWienerFilter", "TPQDMOEffect", "TPQVideoDecompressor", "TPQVideoCompressor", "TPQThreshold", "TPQCrop", "TPQHistogramEqualize", "TPQASFLogger", "TPQColorMerge"};
+      "TPQWienerFilter", "TPQDMOEffect", "TPQDSVideoOut", "TPQVideoDecompressor", "TPQVideoCompressor", "TPQThreshold", "TPQCrop", "TPQHistogramEqualize", "TPQASFLogger", "TPQColorMerge"};
   std::vector<std::string> names;
   for (const PQClassInfo* info : PQRegisteredClasses(kPantiqPage)) names.push_back(info->Name());
   EXPECT_EQ(names, palette);
