@@ -11,6 +11,8 @@
 
 #include "pantiq/host/PQCollection.h"
 #include "pantiq/host/PQPicture.h"
+#include "pantiq/platform/PQDynamicLibrary.h"
+#include "pantiq/plugins/PQFreeFrame.h"
 #include "sinks/FramesSink.h"
 
 namespace pantiq::app {
@@ -121,6 +123,9 @@ void CheckFiles(std::span<TComponent* const> components, bool overwrite, std::ve
     if (file.use != PQFileUse::Read) continue;
     if (const std::string why = WhyNotReadable(file.name); !why.empty()) {
       faults.push_back(FaultOf(file, why, "a file that can be read"));
+    } else if (PQCast<TPQFreeFrame>(file.component) != nullptr) {
+      const PQPlatformResult look = PQLookAtLibrary(file.name);
+      if (!look.Ok()) faults.push_back(FaultOf(file, look.detail, "a plug-in: a shared object for this processor"));
     }
     if (Identity identity; Identify(file.name, identity)) inputs.emplace(identity, &file);
   }

@@ -58,7 +58,7 @@ PQPlatformResult PQLookAtLibrary(const std::string& file) {
   if (S_ISDIR(info.st_mode)) return refuse(kPlatformIo, "that is a folder");
   if (!S_ISREG(info.st_mode)) return refuse(kPlatformIo, "that is no regular file");
   const auto size = static_cast<std::uint64_t>(info.st_size);
-  constexpr const char* kNone = "that is no shared object; expected a file as 'cc -shared' makes it";
+  constexpr const char* kNone = "that is no shared object";
   constexpr const char* kOther = "it is built for another kind of processor than this program";
   constexpr const char* kCut = "the file is cut short";
   unsigned char ident[EI_NIDENT];

@@ -40,7 +40,7 @@ const PQClassInfo& TPQFreeFrame::Class() {
           .Inherits<TPQMultiInput>()
           .Property("FilterFileName", &TPQFreeFrame::GetFilterFileName, &TPQFreeFrame::SetFilterFileName, PQDefault(""),
                     PQActs::NextFrame, PQFile(PQFileUse::Read), PQBareValue{},
-                    "The plug-in: a shared object with the function plugMain,. pantiq inspect "
+                    "The plug-in: a shared object with the function plugMain, as docs/plugins.md tells. pantiq inspect "
                     "--plugin=FILE shows what it has. Without one that works no frames leave.")
           .Object("Parameters", &TPQFreeFrame::GetParameters, PQActs::Now,
                   "The plug-in's parameters, each by its name or its number: Parameters.Speed=0.5, Parameters[2]=0.5.")
@@ -91,7 +91,16 @@ void TPQFreeFrame::MakeInput() {
 }
 
 void TPQFreeFrame::AdjustInputs() {
-  if (adjusting_.exchange(true)) return;
+  // A change that comes while another thread (or this one) adjusts is taken up by that one.
+  if (adjust_wanted_.fetch_add(1) != 0) return;
+  for (int seen = 1; seen != 0;) {
+    seen = adjust_wanted_.load();
+    IntAdjustInputs();
+    seen = adjust_wanted_.fetch_sub(seen) - seen;
+  }
+}
+
+void TPQFreeFrame::IntAdjustInputs() {
   const auto is_free = [this](int back) {
     const TJCPin* const pin = InputPins.GetPin(InputPins.GetCount() - back);
     return pin != nullptr && !pin->IsConnected();
@@ -105,7 +114,6 @@ void TPQFreeFrame::AdjustInputs() {
     }
     InputPins.Remove(pin);
   }
-  adjusting_.store(false);
 }
 
 // --- properties -----------------------------------------------------------------------------------------------------

@@ -96,6 +96,7 @@ class PQ_EXPORT TPQFreeFrame final : public TPQMultiInput {
 
   // Between one and twenty pins in InputPins.
   void AdjustInputs();
+  void IntAdjustInputs();
   void MakeInput();
 
   // All of these under the frame mutex.
@@ -136,7 +137,7 @@ class PQ_EXPORT TPQFreeFrame final : public TPQMultiInput {
   bool told_failure_ = false, told_exception_ = false, told_lost_ = false;
 
   std::shared_ptr<TPQFreeFrame*> self_;  // null once this object goes: what was put off asks it
-  std::atomic<bool> adjusting_{false};
+  std::atomic<int> adjust_wanted_{0};
 };
 
 namespace PQFreeFrame {

@@ -16,7 +16,7 @@ namespace pantiq {
 inline constexpr std::size_t kPQMostPluginText = 65535;
 
 // "FF_PROCESSFRAME", for messages; "function 99" for a code that there is none of.
-std::string PQPluginFunctionName(std::uint32_t function);
+PQ_EXPORT std::string PQPluginFunctionName(std::uint32_t function);
 
 // True for the answer -1: only the low half of an answer that is a number counts.
 constexpr bool PQIsPluginFailure(std::uintptr_t answer) noexcept {

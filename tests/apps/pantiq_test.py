@@ -719,7 +719,9 @@ class Plugins(Case):
     def test_files_that_are_none(self):
         self.write("text.so", b"not what it seems\n")
         self.refused("run", self.fx("absent"), says=["fx: FilterFileName", "'absent.so'", "no such file"])
-        self.assertIn("no shared object", self.pantiq("run", self.fx("text"), code=1).err)
+        for command in ("run", "check"):
+            self.refused(command, self.fx("text"), says=["FilterFileName = 'text.so': that is no shared object", "a plug-in"],
+                         source=self.fx("text"), caret="text.so")
         self.assertIn("there is no plug-in", self.pantiq("run", f"{GEN} ! TPQFreeFrame ! checksum", code=1).err)
         for words, why in [("fail:1", "FF_INITIALISE"), ("no-depth", "neither 16, 24 nor 32"), ("fail:11", "32 by 16")]:
             done = self.pantiq("run", "--frames", "3", self.fx("misbehave"), code=1, env=self.misbehave(words))

@@ -34,6 +34,13 @@ auto Inverting(std::size_t bytes) {
   };
 }
 
+// One row of these bytes.
+PQImageRef Frame(const std::vector<int>& bytes) {
+  PQImageRef frame = PQMakeRef<TPQImageBuffer>(static_cast<int>(bytes.size() / 3), 1, vfRGB24);
+  std::copy(bytes.begin(), bytes.end(), frame->Write());
+  return frame;
+}
+
 std::vector<int> Inverted(std::vector<int> bytes) {
   for (int& byte : bytes) byte = 255 - byte;
   return bytes;
@@ -522,6 +529,20 @@ TEST_F(Mixing, In32Bits) {
   const PQImageRef out = b.Send(MakeFrame(1, 2, vfRGB24, 20), 1);
   EXPECT_EQ(seen, (std::vector<std::vector<int>>{{10, 11, 12, 0, 13, 14, 15, 0}, {20, 21, 22, 0, 23, 24, 25, 0}}));
   EXPECT_EQ(Bytes(*out), (std::vector<int>{1, 2, 3, 5, 6, 7}));
+}
+
+// Once a plug-in had 32 bits alone, a mixer that comes after it gets its frames so, whatever it has.
+TEST_F(Mixing, ThirtyTwoBitsStay) {
+  for (const bool isolated : {false, true}) {
+    PluginBench b(2);
+    b.effect.SetIsolated(isolated);
+    b.effect.SetFilterFileName(Example("sepia32"));
+    b.effect.SetFilterFileName(Example("crossfade"));
+    b.Start(2, 1);
+    b.Send(Frame({10, 20, 30, 40, 50, 60}));
+    // Six bytes of the blocks are mixed: two pixels without a fourth byte are none any more.
+    EXPECT_EQ(Bytes(*b.Send(Frame({30, 40, 50, 60, 70, 80}), 1)), (std::vector<int>{20, 30, 40, 50, 60, 0}));
+  }
 }
 
 TEST_F(Mixing, WithTooFewInputsTheFirstGoesThroughAlone) {
