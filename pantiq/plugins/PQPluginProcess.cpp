@@ -109,7 +109,11 @@ class SharedMemory {
   bool Grow(std::uint64_t bytes) {
     if (bytes <= Size()) return true;
     bytes = (bytes + 0xFFFF) & ~std::uint64_t{0xFFFF};
-    if (posix_fallocate(fd_.Get(), 0, static_cast<off_t>(bytes)) != 0) return false;
+    int error;
+    do {
+      error = posix_fallocate(fd_.Get(), 0, static_cast<off_t>(bytes));
+    } while (error == EINTR);
+    if (error != 0) return false;
     void* const data = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, fd_.Get(), 0);
     if (data == MAP_FAILED) return false;
     mapped_.emplace_back(data, bytes);
@@ -178,7 +182,11 @@ class HostProcess {
 
   bool Send(const PQPluginRequest& request) const {
     // A request is far smaller than the socket's buffer, and the host has read the one before it.
-    return send(socket_.Get(), &request, sizeof request, MSG_NOSIGNAL) == static_cast<ssize_t>(sizeof request);
+    ssize_t bytes;
+    do {
+      bytes = send(socket_.Get(), &request, sizeof request, MSG_NOSIGNAL);
+    } while (bytes < 0 && errno == EINTR);
+    return bytes == static_cast<ssize_t>(sizeof request);
   }
 
   enum class Came { Answer, End, Nothing };

@@ -740,6 +740,16 @@ class Plugins(Case):
                 self.assertIn(why, done.err)
                 self.assertIn("frames pass unchanged", done.err)
 
+    def test_ctrl_c_does_not_reach_an_isolated_plugin(self):
+        run = subprocess.Popen([PANTIQ, "run", self.fx("waves", "Isolated=true")], cwd=self.folder, text=True,
+                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, start_new_session=True)
+        for _ in range(20):
+            run.stdout.readline()
+        os.killpg(run.pid, signal.SIGINT)  # as a terminal does
+        _, err = run.communicate()
+        self.assertEqual(run.returncode, 128 + signal.SIGINT, err)
+        self.assertNotIn("lost", err)
+
     def test_the_process_of_a_plugin_ends_with_the_program(self):
         """However that ends, and whatever the plug-in is doing."""
         mark = self.path("hangs")
