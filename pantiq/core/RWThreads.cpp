@@ -19,30 +19,42 @@ struct Worker {
   std::condition_variable wake;
   RWClosure closure;
   const bool coalescing;
+  std::condition_variable ran;
   int pending = 0;
+  std::uint64_t asked = 0, done = 0;  // runs; what is coalesced counts as done
   bool ending = false;
   std::thread thread;
 
   static void Run(const std::shared_ptr<Worker>& self) {
+    std::unique_lock guard(self->mutex);
     for (;;) {
-      {
-        std::unique_lock guard(self->mutex);
-        self->wake.wait(guard, [&] { return self->ending || self->pending > 0; });
-        if (self->ending) return;
-        self->pending = self->coalescing ? 0 : self->pending - 1;
-      }
+      self->wake.wait(guard, [&] { return self->ending || self->pending > 0; });
+      if (self->ending) return;
+      const int taken = self->coalescing ? self->pending : 1;
+      self->pending -= taken;
+      guard.unlock();
       try {
         self->closure();
       } catch (...) {  // an exception drops this item, never the thread
       }
+      guard.lock();
+      self->done += static_cast<std::uint64_t>(taken);
+      self->ran.notify_all();
     }
   }
 
   void Post() {
     std::lock_guard guard(mutex);
     if (ending) return;
-    ++pending;
+    ++pending, ++asked;
     wake.notify_one();
+  }
+
+  void Drain() {
+    std::unique_lock guard(mutex);
+    if (thread.get_id() == std::this_thread::get_id()) return;
+    const std::uint64_t all = asked;
+    ran.wait(guard, [&] { return ending || done >= all; });
   }
 
   void End() {
@@ -51,6 +63,7 @@ struct Worker {
       ending = true;
       pending = 0;
       wake.notify_all();
+      ran.notify_all();
     }
     if (!thread.joinable()) return;
     if (thread.get_id() == std::this_thread::get_id()) {
@@ -82,6 +95,8 @@ int TRWClockThread::Pending() const {
   std::lock_guard guard(state_->worker->mutex);
   return state_->worker->pending;
 }
+
+void TRWClockThread::Drain() const { state_->worker->Drain(); }
 
 struct TRWEventClockThread::State {
   std::shared_ptr<Worker> worker;
@@ -153,98 +168,181 @@ void ProcessMainThreadNotifies() {
 
 // --- clocks ---------------------------------------------------------------------------------------------------------
 
+namespace {
+class ClockTable;
+}
+
 class TRWClockGenItem {
  public:
   using Clock = std::chrono::steady_clock;
-  TRWClockGenItem(Clock::duration every, RWClosure work) : interval(every), closure(std::move(work)) {}
+  TRWClockGenItem(std::shared_ptr<ClockTable> its_table, Clock::duration every, RWClosure work)
+      : table(std::move(its_table)), interval(every), closure(std::move(work)) {}
+  const std::shared_ptr<ClockTable> table;
   const Clock::duration interval;
   const RWClosure closure;
-  Clock::time_point next;
-  bool released = false;  // under the generator's mutex
+  Clock::time_point next;  // under the table's mutex
 };
 
 namespace {
 
-// One thread for all clocks; it starts with the first and sleeps while there is none.
-class ClockGenerator {
+using ClockItem = std::shared_ptr<TRWClockGenItem>;
+
+// The clocks of one time. Who keeps that time runs what is due.
+class ClockTable {
  public:
   using Clock = TRWClockGenItem::Clock;
+  virtual ~ClockTable() = default;
 
-  static ClockGenerator& The() {
-    static auto* const generator = new ClockGenerator;  // never destroyed, like its thread
-    return *generator;
-  }
-
-  void Add(const std::shared_ptr<TRWClockGenItem>& item) {
+  virtual void Add(const ClockItem& item) {
     std::lock_guard guard(mutex_);
-    item->next = Clock::now() + item->interval;
+    item->next = Now() + item->interval;
     items_.push_back(item);
-    if (!started_) {
-      started_ = true;
-      std::thread([this] { Run(); }).detach();
-    }
     changed_.notify_all();
   }
 
-  void Remove(const std::shared_ptr<TRWClockGenItem>& item) {
+  // After it the closure does not run any more.
+  void Remove(const ClockItem& item) {
     std::unique_lock guard(mutex_);
-    item->released = true;
     std::erase(items_, item);
     changed_.notify_all();
-    if (std::this_thread::get_id() == thread_) return;  // from inside a closure
+    if (running_ == item && std::this_thread::get_id() == runner_) return;  // from inside the closure
     changed_.wait(guard, [&] { return running_ != item; });
   }
 
+  int Count() const {
+    std::lock_guard guard(mutex_);
+    return static_cast<int>(items_.size());
+  }
+
+ protected:
+  // With the mutex held:
+  virtual Clock::time_point Now() const = 0;
+  // Null if there is none.
+  ClockItem First() const {
+    const auto first =
+        std::min_element(items_.begin(), items_.end(), [](const auto& a, const auto& b) { return a->next < b->next; });
+    return first == items_.end() ? nullptr : *first;
+  }
+  // Runs an item's closure without the mutex; ticks that `now` has passed are dropped.
+  void Run(const ClockItem& item, Clock::time_point now, std::unique_lock<std::mutex>& guard) {
+    do item->next += item->interval;
+    while (item->next <= now);
+    running_ = item;
+    runner_ = std::this_thread::get_id();
+    guard.unlock();
+    try {
+      item->closure();
+    } catch (...) {
+    }
+    guard.lock();
+    running_.reset();
+    changed_.notify_all();
+  }
+
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+
  private:
-  void Run() {
+  std::vector<ClockItem> items_;
+  ClockItem running_;
+  std::thread::id runner_;
+};
+
+// One thread for all clocks of real time; it starts with the first and sleeps while there is none.
+class RealClocks final : public ClockTable {
+ public:
+  static const std::shared_ptr<ClockTable>& The() {
+    static auto* const table =
+        new std::shared_ptr<ClockTable>(std::make_shared<RealClocks>());  // never destroyed, like its thread
+    return *table;
+  }
+
+  void Add(const ClockItem& item) override {
+    ClockTable::Add(item);
+    std::lock_guard guard(mutex_);
+    if (started_) return;
+    started_ = true;
+    std::thread([this] { Loop(); }).detach();
+  }
+
+ private:
+  Clock::time_point Now() const override { return Clock::now(); }
+
+  void Loop() {
     std::unique_lock guard(mutex_);
-    thread_ = std::this_thread::get_id();
     for (;;) {
-      if (items_.empty()) {
+      const ClockItem due = First();
+      if (due == nullptr) {
         changed_.wait(guard);
-        continue;
+      } else if (const auto now = Clock::now(); due->next > now) {
+        changed_.wait_until(guard, due->next);
+      } else {
+        Run(due, now, guard);
       }
-      auto due = *std::min_element(items_.begin(), items_.end(), [](const auto& a, const auto& b) { return a->next < b->next; });
-      const auto now = Clock::now();
-      if (due->next > now) {
-        const auto until = due->next;
-        due.reset();
-        changed_.wait_until(guard, until);
-        continue;
-      }
-      do due->next += due->interval;
-      while (due->next <= now);  // missed ticks are dropped
-      running_ = due;
-      guard.unlock();
-      try {
-        due->closure();
-      } catch (...) {
-      }
-      guard.lock();
-      running_.reset();
-      changed_.notify_all();
     }
   }
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<std::shared_ptr<TRWClockGenItem>> items_;
-  std::shared_ptr<TRWClockGenItem> running_;
-  std::thread::id thread_;
   bool started_ = false;
 };
 
+// The table that new clocks go to.
+struct Present {
+  std::mutex mutex;
+  std::shared_ptr<ClockTable> table;  // null: real time
+};
+Present& ThePresent() {
+  static auto* const present = new Present;
+  return *present;
+}
+
 }  // namespace
 
+class RWSimulatedClock::Table final : public ClockTable {
+ public:
+  void Advance(Clock::duration by) {
+    std::unique_lock guard(mutex_);
+    const Clock::time_point until = now_ + by;
+    for (ClockItem due = First(); due != nullptr && due->next <= until; due = First()) {
+      now_ = std::max(now_, due->next);
+      Run(due, now_, guard);
+    }
+    now_ = until;
+  }
+
+ private:
+  Clock::time_point Now() const override { return now_; }
+  Clock::time_point now_;
+};
+
+RWSimulatedClock::RWSimulatedClock() : table_(std::make_shared<Table>()) {
+  std::lock_guard guard(ThePresent().mutex);
+  ThePresent().table = table_;
+}
+
+RWSimulatedClock::~RWSimulatedClock() {
+  std::lock_guard guard(ThePresent().mutex);
+  ThePresent().table.reset();
+}
+
+void RWSimulatedClock::Advance(std::int32_t milliseconds) { table_->Advance(std::chrono::milliseconds(milliseconds)); }
+int RWSimulatedClock::ItemsCount() const { return table_->Count(); }
+
 std::shared_ptr<TRWClockGenItem> RWGetClockGen(std::int32_t interval, RWClosure closure, const TJCObject* /*lock*/) {
-  auto item = std::make_shared<TRWClockGenItem>(std::chrono::milliseconds(std::max(interval, 1)), std::move(closure));
-  ClockGenerator::The().Add(item);
+  std::shared_ptr<ClockTable> table;
+  {
+    std::lock_guard guard(ThePresent().mutex);
+    table = ThePresent().table;
+  }
+  if (table == nullptr) table = RealClocks::The();
+  auto item =
+      std::make_shared<TRWClockGenItem>(table, std::chrono::milliseconds(std::max(interval, 1)), std::move(closure));
+  table->Add(item);
   return item;
 }
 
 void RWReleaseClockGen(std::shared_ptr<TRWClockGenItem>& item, const TJCObject* /*lock*/) {
   if (!item) return;
-  ClockGenerator::The().Remove(item);
+  item->table->Remove(item);
   item.reset();
 }
 

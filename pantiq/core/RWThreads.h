@@ -1,5 +1,6 @@
-// Threads and clocks of components. Every wait can be ended, an exception in a closure is dropped and the loop goes on, and
-// after an object is released or destroyed its closure never runs again. Destroying from inside the closure is allowed.
+// Threads and clocks of components. Every wait can be ended, an exception in a closure is dropped and the loop goes on,
+// and after an object is released or destroyed its closure never runs again. Destroying from inside the closure is
+// allowed.
 #pragma once
 #include <cstdint>
 #include <functional>
@@ -21,6 +22,8 @@ class PQ_EXPORT TRWClockThread {
   void Terminate();
   // Runs that were asked for and have not begun.
   int Pending() const;
+  // Waits until the runs that were asked for before this call have ended; at once from the closure or after Terminate.
+  void Drain() const;
 
  private:
   struct State;
@@ -47,8 +50,8 @@ class PQ_EXPORT TRWNotifyThread : public TRWEventClockThread {
   void Notify() { SetEvent(); }
 };
 
-// Runs a closure on the main thread: at the host's next ProcessMainThreadNotifies, or on the caller if the host has never
-// called it.
+// Runs a closure on the main thread: at the host's next ProcessMainThreadNotifies, or on the caller if the host has
+// never called it.
 class PQ_EXPORT TRWMainThreadNotify {
  public:
   explicit TRWMainThreadNotify(RWClosure closure);
@@ -62,11 +65,30 @@ class PQ_EXPORT TRWMainThreadNotify {
 PQ_EXPORT void ProcessMainThreadNotifies();
 
 // A periodic clock: runs `closure` every `interval` milliseconds (at least 1), on an absolute schedule of the steady
-// clock; missed ticks are dropped. Closures run on one thread for all clocks and should only wake others. `lock` guards the
-// caller's own structures; it is not held while the closure runs.
+// clock; missed ticks are dropped. Closures run on one thread for all clocks and should only wake others. `lock` guards
+// the caller's own structures; it is not held while the closure runs.
 class TRWClockGenItem;
-PQ_EXPORT std::shared_ptr<TRWClockGenItem> RWGetClockGen(std::int32_t interval, RWClosure closure, const TJCObject* lock);
+PQ_EXPORT std::shared_ptr<TRWClockGenItem> RWGetClockGen(std::int32_t interval, RWClosure closure,
+                                                         const TJCObject* lock);
 // After it returns the closure does not run any more; from inside the closure: after that run.
 PQ_EXPORT void RWReleaseClockGen(std::shared_ptr<TRWClockGenItem>& item, const TJCObject* lock);
+
+// Time that only moves when it is told to, for tests. While it lives, RWGetClockGen makes clocks of this time; one
+// lives at a time.
+class PQ_EXPORT RWSimulatedClock {
+ public:
+  RWSimulatedClock();
+  ~RWSimulatedClock();
+  RWSimulatedClock(const RWSimulatedClock&) = delete;
+  RWSimulatedClock& operator=(const RWSimulatedClock&) = delete;
+  // Runs on the calling thread, in the order of their times, the closures that are due within the next `milliseconds`.
+  void Advance(std::int32_t milliseconds);
+  // Clocks that have not been released.
+  int ItemsCount() const;
+
+ private:
+  class Table;
+  std::shared_ptr<Table> table_;
+};
 
 }  // namespace pantiq
