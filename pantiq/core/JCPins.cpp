@@ -5,6 +5,9 @@
 #include <cstring>
 #include <thread>
 
+#include "pantiq/host/PQCollection.h"
+#include "pantiq/host/PQTextLiteral.h"
+
 namespace pantiq {
 
 constinit const PQClassTag TJCPinObject::kTag{"TJCPinObject", &TJCObject::kTag};
@@ -21,9 +24,12 @@ constinit const PQClassTag TJCClockSourcePin::kTag{"TJCClockSourcePin", &TJCSour
 constinit const PQClassTag TJCBoolStatePin::kTag{"TJCBoolStatePin", &TJCPin::kTag};
 constinit const PQClassTag TJCFloatStatePin::kTag{"TJCFloatStatePin", &TJCPin::kTag};
 
-const JCStreamType kJCBoolStream{{0x6d1f6a10, 0x0b5e, 0x4c55, {0x9a, 0x01, 0x50, 0x51, 0x53, 0x54, 0x00, 0x01}}, "boolean"};
-const JCStreamType kJCFloatStream{{0x6d1f6a10, 0x0b5e, 0x4c55, {0x9a, 0x01, 0x50, 0x51, 0x53, 0x54, 0x00, 0x02}}, "float"};
-const JCStreamType kJCClockStream{{0x6d1f6a10, 0x0b5e, 0x4c55, {0x9a, 0x01, 0x50, 0x51, 0x53, 0x54, 0x00, 0x03}}, "clock"};
+const JCStreamType kJCBoolStream{{0x6d1f6a10, 0x0b5e, 0x4c55, {0x9a, 0x01, 0x50, 0x51, 0x53, 0x54, 0x00, 0x01}},
+                                 "boolean"};
+const JCStreamType kJCFloatStream{{0x6d1f6a10, 0x0b5e, 0x4c55, {0x9a, 0x01, 0x50, 0x51, 0x53, 0x54, 0x00, 0x02}},
+                                  "float"};
+const JCStreamType kJCClockStream{{0x6d1f6a10, 0x0b5e, 0x4c55, {0x9a, 0x01, 0x50, 0x51, 0x53, 0x54, 0x00, 0x03}},
+                                  "clock"};
 
 namespace {
 
@@ -130,23 +136,48 @@ void WaitForOthers(const JCPinCore& core) {
 
 // --- names ----------------------------------------------------------------------------------------------------------
 
-std::string TJCBasicPin::GetName() const {
-  TComponent* owner = GetOwnerComponent();
-  for (const PQProperty& property : owner->ClassInfo().Properties()) {
-    if (property.kind == PQKind::Pin && property.object(*owner) == this) return property.name;
-    if (property.kind == PQKind::PinList) {
-      auto* list = PQCast<TJCPinList>(property.object(*owner));
-      if (list == nullptr) continue;
-      const std::vector<TJCPin*> pins = list->Pins();
-      for (std::size_t i = 0; i < pins.size(); ++i) {
-        if (pins[i] != this) continue;
-        std::string quoted = "'";
-        for (char c : list->GetPinName(static_cast<int>(i))) quoted.append(c == '\'' ? 2 : 1, c);
-        return property.name + "." + quoted + "'";
+namespace {
+
+// Visits the published pins with their paths until `visit` answers true.
+template <class Visit>
+bool WalkPins(TPersistent& object, const PQProperty* held_by, const std::string& before, const Visit& visit) {
+  for (const PQProperty& property : PQAllProperties(object, held_by)) {
+    TPersistent* const part = property.object ? property.object(object) : nullptr;
+    if (part == nullptr) continue;
+    const bool listed = held_by != nullptr && held_by->kind == PQKind::PinList;
+    const std::string path = before + (listed ? PQQuote(property.name) : property.name);
+    if (property.kind == PQKind::Pin) {
+      if (auto* pin = PQCast<TJCBasicPin>(part); pin != nullptr && visit(*pin, path)) return true;
+    } else if (property.kind == PQKind::PinList || property.kind == PQKind::Object) {
+      if (WalkPins(*part, &property, path + ".", visit)) return true;
+    } else if (auto* collection = property.kind == PQKind::Collection ? PQCast<TCollection>(part) : nullptr) {
+      for (int i = 0; i < collection->GetCount(); ++i) {
+        if (WalkPins(*collection->GetItem(i), nullptr, path + "[" + std::to_string(i) + "].", visit)) return true;
       }
     }
   }
-  return {};
+  return false;
+}
+
+}  // namespace
+
+std::string TJCBasicPin::GetName() const {
+  std::string name;
+  WalkPins(*GetOwnerComponent(), nullptr, {}, [&](const TJCBasicPin& pin, const std::string& path) {
+    if (&pin == this) name = path;
+    return &pin == this;
+  });
+  return name;
+}
+
+std::vector<TJCPin*> JCPublishedPins(TPersistent& object) {
+  std::vector<TJCPin*> pins;
+  WalkPins(object, nullptr, {}, [&](TJCBasicPin& basic, const std::string&) {
+    auto* const pin = PQCast<TJCPin>(&basic);
+    if (pin != nullptr && std::find(pins.begin(), pins.end(), pin) == pins.end()) pins.push_back(pin);
+    return false;
+  });
+  return pins;
 }
 
 std::string TJCBasicPin::GetFullName() const {
@@ -220,7 +251,8 @@ bool TJCPin::DependsOn(const TJCPin& other) const {
     if (sources[i]->DirectDependsOn(other)) return true;
     for (const TJCPin* sink : sources[i]->function_sinks_) {
       const TJCPin* source = sink->GetSourcePin();
-      if (source != nullptr && std::find(sources.begin(), sources.end(), source) == sources.end()) sources.push_back(source);
+      if (source != nullptr && std::find(sources.begin(), sources.end(), source) == sources.end())
+        sources.push_back(source);
     }
   }
   return false;
@@ -414,7 +446,8 @@ int TJCPinList::GetCount() const {
 
 TJCPin* TJCPinList::GetPin(int index) const {
   std::lock_guard guard(mutex_);
-  return index < 0 || index >= static_cast<int>(entries_.size()) ? nullptr : entries_[static_cast<std::size_t>(index)].pin;
+  return index < 0 || index >= static_cast<int>(entries_.size()) ? nullptr
+                                                                 : entries_[static_cast<std::size_t>(index)].pin;
 }
 
 int TJCPinList::IndexOf(const TJCPin& pin) const {
@@ -434,7 +467,8 @@ std::string TJCPinList::GetPinName(int index) const {
 
 void TJCPinList::SetName(int index, std::string name) {
   std::lock_guard guard(mutex_);
-  if (index >= 0 && index < static_cast<int>(entries_.size())) entries_[static_cast<std::size_t>(index)].name = std::move(name);
+  if (index >= 0 && index < static_cast<int>(entries_.size()))
+    entries_[static_cast<std::size_t>(index)].name = std::move(name);
 }
 
 void TJCPinList::Swap(int a, int b) {
@@ -456,6 +490,11 @@ TJCPin* TJCPinList::FirstFree() const {
     if (!pin->IsConnected()) return pin;
   }
   return nullptr;
+}
+
+TJCPin* TJCPinList::FreePin() {
+  TJCPin* const pin = FirstFree();
+  return pin == nullptr && make_ ? make_() : pin;
 }
 
 std::vector<TJCPin*> TJCPinList::Pins() const {
@@ -524,7 +563,8 @@ void TJCStatePin<Value, Operation>::SetValue(Value value) {
 }
 
 template <class Value, class Operation>
-TJCNotifyResult TJCStatePin<Value, Operation>::DispatchData(const TGUID*, IJCNotifyOperation& op, TJCNotifyFlags flags) {
+TJCNotifyResult TJCStatePin<Value, Operation>::DispatchData(const TGUID*, IJCNotifyOperation& op,
+                                                            TJCNotifyFlags flags) {
   const auto* value = JCOperation<Operation>(op);
   if (value == nullptr || !Store(value->Value)) return {};
   if (on_value_) on_value_(value->Value);

@@ -6,8 +6,8 @@
 //
 // Threads. Notify runs on any thread, on several at once, and takes no lock: it walks an immutable snapshot of the
 // connections. Connect and Disconnect may run beside it on any thread. After Disconnect nothing new arrives over the
-// connection; calls of other threads that are under way are waited for, at the end of the calling thread's outermost lock
-// section. A pin or a component may be destroyed on the thread that is inside a call to it.
+// connection; calls of other threads that are under way are waited for, at the end of the calling thread's outermost
+// lock section. A pin or a component may be destroyed on the thread that is inside a call to it.
 #pragma once
 #include <atomic>
 #include <functional>
@@ -53,8 +53,8 @@ class JCDispatch {
   TJCNotifyResult (*call_)(void*, TJCPin&, const TGUID*, IJCNotifyOperation&, TJCNotifyFlags) = nullptr;
 };
 
-// Watches the operations that arrive at one pin: how a run counts, times and limits a stream. Called on the threads that
-// bring the operations.
+// Watches the operations that arrive at one pin: how a run counts, times and limits a stream. Called on the threads
+// that bring the operations.
 class PQ_EXPORT IJCPinProbe {
  public:
   virtual ~IJCPinProbe() = default;
@@ -80,7 +80,8 @@ class PQ_EXPORT TJCBasicPin : public TJCPinObject {
   static const PQClassTag kTag;
   using TJCPinObject::TJCPinObject;
   const PQClassTag& Tag() const noexcept override { return kTag; }
-  // The published name ("InputPin"), or its place in a published list ("OutputPins.'Red'"); empty if not published.
+  // The published name ("InputPin"), its place in a published list ("OutputPins.'Red'") or in a collection
+  // ("InputChannels[0].InputPin"); empty if not published.
   virtual std::string GetName() const;
   // "Owner.InputPin"
   std::string GetFullName() const;
@@ -108,8 +109,8 @@ class PQ_EXPORT TJCPin : public TJCBasicPin {
   // Ok, or why not: same direction, streams that differ, a cycle.
   PQStatus CanConnectTo(const TJCPin& other) const;
   bool IsCompatible(const TJCPin& other) const;
-  // Wires the two pins, whichever is the source. What a sink was connected to before is disconnected. Connecting what is
-  // connected does nothing.
+  // Wires the two pins, whichever is the source. What a sink was connected to before is disconnected. Connecting what
+  // is connected does nothing.
   PQStatus Connect(TJCPin& other);
   // Undoes all connections, or the one to `other`.
   void Disconnect();
@@ -152,7 +153,7 @@ class PQ_EXPORT TJCPin : public TJCBasicPin {
   const JCStreamType* stream_;
   PQPinRole role_;
   std::atomic<IJCPinProbe*> probe_{nullptr};
-  TJCPinList* list_ = nullptr;             // the list that names this pin
+  TJCPinList* list_ = nullptr;                 // the list that names this pin
   std::vector<const TJCPin*> function_sinks_;  // sources: the sinks that the stream comes from
   std::function<void()> connection_changed_;
 };
@@ -214,6 +215,10 @@ class PQ_EXPORT TJCPinList : public TJCObject {
   TJCPin* FindPin(std::string_view name) const;
   // The first pin without a connection; null if there is none.
   TJCPin* FirstFree() const;
+  // The same, and if there is none what SetMakePin adds: how a graph that only names the list gets its pins.
+  TJCPin* FreePin();
+  // `make` adds a pin to the list and answers it, or null.
+  void SetMakePin(std::function<TJCPin*()> make) { make_ = std::move(make); }
   TComponent* GetOwnerComponent() const { return owner_; }
   // A snapshot for walking without a lock.
   std::vector<TJCPin*> Pins() const;
@@ -229,7 +234,12 @@ class PQ_EXPORT TJCPinList : public TJCObject {
   bool owns_;
   mutable std::mutex mutex_;  // a leaf: nothing is called under it
   std::vector<Entry> entries_;
+  std::function<TJCPin*()> make_;
 };
+
+// Every pin that an object publishes: its own, then those of its lists, parts and items, in order of declaration. A pin
+// that is published twice comes once.
+PQ_EXPORT std::vector<TJCPin*> JCPublishedPins(TPersistent& object);
 
 // Pin lists with a direction, as components publish them.
 class PQ_EXPORT TJCSinkPinList : public TJCPinList {
@@ -243,8 +253,8 @@ class PQ_EXPORT TJCSourcePinList : public TJCPinList {
   using TJCPinList::TJCPinList;
 };
 
-// Keeps a list between `least` and `most` pins: connecting the last free pin adds one, free pins at the end beyond one are
-// removed. Changes are made after the connection that causes them, never inside a pin's own call.
+// Keeps a list between `least` and `most` pins: connecting the last free pin adds one, free pins at the end beyond one
+// are removed. Changes are made after the connection that causes them, never inside a pin's own call.
 class PQ_EXPORT TJCPinListOwner {
  public:
   using Factory = std::function<std::unique_ptr<TJCPin>()>;

@@ -6,7 +6,6 @@
 #include "pantiq/core/PQConcerns.h"
 #include "pantiq/core/PQGraphImpl.h"
 #include "pantiq/core/RWStreamTypes.h"
-#include "pantiq/host/PQCollection.h"
 
 namespace pantiq {
 namespace {
@@ -21,25 +20,9 @@ void SortByPlace(std::vector<PQFault>& faults) {
   std::stable_sort(faults.begin(), faults.end(), [&](const PQFault& a, const PQFault& b) { return key(a) < key(b); });
 }
 
-// The pins that a component publishes: its own, those of its lists, parts and items.
-void CollectPins(TPersistent& object, const PQProperty* held_by, std::vector<TJCPin*>& pins) {
-  for (const PQProperty& p : PQAllProperties(object, held_by)) {
-    TPersistent* const part = p.object ? p.object(object) : nullptr;
-    if (part == nullptr) continue;
-    if (p.kind == PQKind::Pin) {
-      if (TJCPin* pin = PQCast<TJCPin>(part)) pins.push_back(pin);
-    } else if (p.kind == PQKind::PinList || p.kind == PQKind::Object) {
-      CollectPins(*part, &p, pins);
-    } else if (TCollection* collection = p.kind == PQKind::Collection ? PQCast<TCollection>(part) : nullptr) {
-      for (int i = 0; i < collection->GetCount(); ++i) CollectPins(*collection->GetItem(i), nullptr, pins);
-    }
-  }
-}
-
 // What a component does in a graph.
 struct Part {
-  explicit Part(TComponent& component) {
-    CollectPins(component, nullptr, pins);
+  explicit Part(TComponent& component) : pins(JCPublishedPins(component)) {
     for (const TJCPin* pin : pins) {
       const bool connected = pin->IsConnected();
       any = any || connected;

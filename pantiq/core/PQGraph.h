@@ -9,8 +9,8 @@
 //   it elsewhere in the line: `TPQMirror Name=m ! ...  m.OutputPin ! other.InputPin`. A repeated `m.OutputPin !` fans
 //   out. Pins of a list: split.OutputPins[0], split.OutputPins.'L*', mix.InputPins.Pin1. Region.Left=1 sets a
 //   sub-property, Items[0].Level=2 a property of an item, which is made if it is missing. Values with blanks stand in
-//   single quotes, '' for one quote. A quoted value alone sets the component's default property. `#` starts a comment.
-//   Lines may be many.
+//   single quotes, '' for one quote. A quoted value alone sets the component's default property, TPQDelay '4'. `#`
+//   starts a comment. Lines may be many.
 //
 // Graph file: see pantiq/host/PQTextDocument.h. Its first line is "pantiq graph 1"; each `object NAME: CLASS` ends with
 // `end`; connections stand at the sink, `InputPin = Name.OutputPin`. What was loaded is saved with its order and

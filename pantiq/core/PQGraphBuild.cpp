@@ -64,7 +64,7 @@ std::string BaseName(std::string_view class_name) {
 namespace {
 
 TJCPin* FreePinOf(const TComponent& component, const std::string& path, TJCPinList& list, PQFault& fault) {
-  TJCPin* const pin = list.FirstFree();
+  TJCPin* const pin = list.FreePin();
   if (pin != nullptr) return pin;
   const std::string count = std::to_string(list.GetCount());
   fault = MakeFault({}, NameOf(component) + "." + path + ": all of its " + count + " pins are connected",
@@ -255,6 +255,12 @@ void GraphBuilder::Apply(TComponent& component, const PlannedComponent& planned,
       continue;
     }
     bare.path = property->name;
+    // The quotes only tell a value from a name.
+    std::string plain;
+    if (property->kind != PQKind::String && property->kind != PQKind::Picture &&
+        PQUnquote(bare.value, plain) == bare.value.size()) {
+      bare.value = plain;
+    }
     settings.push_back(std::move(bare));
   }
   const std::size_t before = faults_.size();

@@ -135,7 +135,7 @@ struct PQDefault {
   V value;
   explicit PQDefault(V v) : value(std::move(v)) {}
 };
-PQDefault(const char*) -> PQDefault<std::string>;
+PQDefault(const char*)->PQDefault<std::string>;
 template <class V>
 struct PQUseful {
   V low, high;
@@ -331,6 +331,16 @@ class PQDescribe {
     p.type_name = P::kTag.Name(), p.pin_role = P::kRole, p.acts = PQActs::Now;
     p.object = [pin](TPersistent& object) -> TPersistent* { return &(static_cast<T&>(object).*pin); };
     if constexpr (P::kIsPinList) p.parts = [](const TPersistent& list) { return detail::PinParts<P>(list); };
+    (detail::ApplyOption(p, options), ...);
+    return Add(std::move(p));
+  }
+
+  // A pin that lives elsewhere and is reached through a getter.
+  template <class P, class C, class... Options>
+  PQDescribe& Pin(const char* name, P& (C::*get)(), const Options&... options) {
+    PQProperty p;
+    p.name = name, p.kind = PQKind::Pin, p.type_name = P::kTag.Name(), p.pin_role = P::kRole, p.acts = PQActs::Now;
+    p.object = [get](TPersistent& object) -> TPersistent* { return &(static_cast<T&>(object).*get)(); };
     (detail::ApplyOption(p, options), ...);
     return Add(std::move(p));
   }

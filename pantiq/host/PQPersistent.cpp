@@ -37,6 +37,7 @@ std::optional<PQProperty> PQFindProperty(const TPersistent& object, std::string_
 void TPersistent::Assign(const TPersistent& source) {
   if (&source == this) return;
   for (const PQProperty& mine : PQAllProperties(*this)) {
+    if (!mine.stored) continue;
     const std::optional<PQProperty> theirs = PQFindProperty(source, mine.name);
     if (!theirs || theirs->kind != mine.kind || theirs->type_name != mine.type_name) continue;
     switch (mine.kind) {

@@ -32,7 +32,7 @@ class PQ_EXPORT TPersistent {
   // unknown names are then passed over with a note.
   virtual bool HasUntoldProperties() const { return false; }
 
-  // Makes this object's published values equal to the source's, through the setters, property by property; what the
+  // Makes this object's stored values equal to the source's, through the setters, property by property; what the
   // source does not publish under the same name and kind stays. Nested objects and collections are assigned in turn.
   virtual void Assign(const TPersistent& source);
 

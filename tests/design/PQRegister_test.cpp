@@ -8,6 +8,7 @@
 
 #include "pantiq/core/JCPins.h"
 #include "pantiq/host/PQBinaryStream.h"
+#include "pantiq/host/PQCollection.h"
 #include "pantiq/host/PQRegistry.h"
 #include "pantiq/host/PQTextStream.h"
 
@@ -44,13 +45,25 @@ PQValue Another(const PQProperty& p, const PQValue& present) {
   }
 }
 
-// Walks the properties of an object and of the objects inside it.
+// Walks the properties of an object, of the objects inside it and of the items of its collections.
 template <class Visit>
 void Walk(TPersistent& object, const PQProperty* outer, const std::string& path, Visit visit) {
   for (const PQProperty& own : object.ClassInfo().Properties()) {
     const PQProperty p = PQWithOuterDefault(outer, own);
     visit(object, p, path + p.name);
     if (p.kind == PQKind::Object) Walk(*p.object(object), &p, path + p.name + ".", visit);
+    auto* const items = p.kind == PQKind::Collection ? PQCast<TCollection>(p.object(object)) : nullptr;
+    for (int i = 0; items != nullptr && i < items->GetCount(); ++i) {
+      Walk(*items->GetItem(i), nullptr, path + p.name + "[" + std::to_string(i) + "].", visit);
+    }
+  }
+}
+
+// Gives every collection an item.
+void FillCollections(TPersistent& object) {
+  for (const PQProperty& p : object.ClassInfo().Properties()) {
+    if (p.kind == PQKind::Object) FillCollections(*p.object(object));
+    if (p.kind == PQKind::Collection) PQCast<TCollection>(p.object(object))->Add();
   }
 }
 
@@ -61,11 +74,14 @@ struct EveryClass : testing::Test {
 TEST_F(EveryClass, StandsOnThePageOnceInTheOrderOfThePalette) {
   RegisterAll();  // again
   const std::vector<std::string> palette = {
-      "TPQRealToFrame", "TPQColorsToReal", "TPQASFPlayer", "TPQChangeFormat", "TPQMorphFilter", "TPQImageAdjust",
-      "TPQFreeFrame", "TPQUniformNoise", "TPQBoxFilter", "TPQFixedFilter", "TPQGaussNoise", "TPQGrayScale", "TPQHistogram",
-      "TPQJaehneGen", "TPQColorTwist", "TPQGammaFilter", "TPQMirror", "TPQRotate", "TPQShear", "TPQResize", "TPQWarp",
-      "TPQCombine", "TPQImageGen", "TPQFrameChange", "TPQColorSplit", "TPQApplyMask", "TPQTransparentColor",
-      "TPQWienerFilter", "TPQDMOEffect", "TPQDSVideoOut", "TPQVideoDecompressor", "TPQVideoCompressor", "TPQThreshold", "TPQCrop", "TPQHistogramEqualize", "TPQASFLogger", "TPQColorMerge"};
+      "TPQRealToFrame", "TPQChangeRate", "TPQColorsToReal", "TPQASFPlayer", "TPQSwitch", "TPQChangeFormat",
+      "TPQSnapshot", "TPQMorphFilter", "TPQImageAdjust", "TPQFreeFrame", "TPQUniformNoise", "TPQBoxFilter",
+      "TPQFixedFilter", "TPQGaussNoise", "TPQGrayScale", "TPQHistogram", "TPQJaehneGen", "TPQColorTwist",
+      "TPQGammaFilter", "TPQMirror", "TPQRotate", "TPQShear", "TPQResize", "TPQWarp", "TPQCombine",
+      "TPQImageGen", "TPQFrameChange", "TPQColorSplit", "TPQApplyMask", "TPQTransparentColor",
+      "TPQWienerFilter", "TPQDMOEffect", "TPQDSVideoOut", "TPQVideoDecompressor", "TPQVideoCompressor",
+      "TPQThreshold", "TPQCrop", "TPQHistogramEqualize", "TPQASFLogger", "TPQDelay", "TPQQueuedSwitch",
+      "TPQColorMerge"};
   std::vector<std::string> names;
   for (const PQClassInfo* info : PQRegisteredClasses(kPantiqPage)) names.push_back(info->Name());
   EXPECT_EQ(names, palette);
@@ -91,6 +107,7 @@ TEST_F(EveryClass, ReadsItsDefaultsTakesValuesAndSurvivesBothStreams) {
     });
 
     PQOwned<TComponent> changed = PQCreateComponent(info->Name());
+    FillCollections(*changed);
     std::set<std::string> names;
     Walk(*changed, nullptr, "", [&](TPersistent& object, const PQProperty& p, const std::string& path) {
       SCOPED_TRACE(path);
@@ -99,7 +116,7 @@ TEST_F(EveryClass, ReadsItsDefaultsTakesValuesAndSurvivesBothStreams) {
       if (p.kind == PQKind::Pin) {
         auto* pin = PQCast<TJCPin>(p.object(object));
         ASSERT_NE(pin, nullptr);
-        EXPECT_EQ(pin->GetName(), p.name);
+        EXPECT_EQ(pin->GetName(), path);
         EXPECT_EQ(pin->GetPinType(), p.pin_role);
       }
       if (!IsSimple(p)) return;
@@ -112,7 +129,8 @@ TEST_F(EveryClass, ReadsItsDefaultsTakesValuesAndSurvivesBothStreams) {
         EXPECT_FALSE(status.Ok());
         EXPECT_NE(status.Text().find("expected"), std::string::npos) << status.Text();
       }
-      const PQValue wanted = Another(p, p.get(object));
+      if (path == "ActiveChannelIndex") return;  // kept within the channels
+      const PQValue wanted = p.name == "FourCC" ? PQValue("MJPG") : Another(p, p.get(object));
       EXPECT_TRUE(PQSetProperty(object, p, wanted).Ok());
       EXPECT_EQ(p.get(object), wanted);
       EXPECT_TRUE(PQParseValue(p, PQFormatValue(p, wanted), parsed).Ok());
