@@ -6,10 +6,17 @@
 
 namespace pantiq::app {
 
+// What a run does in the middle of its stream: "switch.Enabled=false", "snap.SnapshotPin".
+struct RunMoment {
+  double seconds = 0;
+  std::string what;
+};
+
 struct RunArguments {
   std::vector<std::string> words;
   std::int64_t frames = 0;       // 0: no limit
   double seconds = 0, from = 0;  // 0: no limit; from the start
+  std::vector<RunMoment> moments;
   bool realtime = false, overwrite = false, json = false, quiet = false;
 };
 

@@ -87,6 +87,18 @@ PQRunOptions OptionsOf(const RunArguments& arguments) {
   return options;
 }
 
+// False, and everything is said, if one of the changes in the middle of the stream cannot be.
+bool AddMoments(PQGraphRun& run, const RunArguments& arguments) {
+  bool good = true;
+  for (const RunMoment& moment : arguments.moments) {
+    if (const PQStatus status = run.At(moment.seconds, moment.what); !status.Ok()) {
+      PrintError("error: " + status.Text());
+      good = false;
+    }
+  }
+  return good;
+}
+
 // Reads and checks the graph and its files. False, and everything is said, if it cannot be run.
 bool Prepare(const RunArguments& arguments, GivenGraph& given, OutputKind kind) {
   given = ReadGraph(arguments.words);
@@ -132,6 +144,7 @@ int RunGraph(const RunArguments& arguments) {
   PQRunResult result;
   {
     PQGraphRun run(*given.graph, OptionsOf(arguments), output.get());
+    if (!AddMoments(run, arguments)) return kExitRefused;
     const SignalScope signals(run);
     ReportScope reports(run, *output);
     result = run.Run();

@@ -85,6 +85,31 @@ void AddLimits(CLI::App& command, RunArguments& run) {
   command.add_flag("--overwrite", run.overwrite, "Replace output files that are there");
 }
 
+// "--at TIME WHAT", any number of times.
+void AddMoments(CLI::App& command, std::vector<RunMoment>& moments) {
+  command
+      .add_option_function<std::vector<std::string>>(
+          "--at",
+          [&moments](const std::vector<std::string>& words) {
+            for (std::size_t i = 0; i + 1 < words.size(); i += 2) {
+              RunMoment moment{0, words[i + 1]};
+              if (!ParseTime(words[i], moment.seconds)) {
+                throw CLI::ValidationError(
+                    "--at", "'" + words[i] +
+                                "' is no time; expected --at 2.5s snap.SnapshotPin, or --at 3s switch.Enabled=false");
+              }
+              moments.push_back(std::move(moment));
+            }
+          },
+          "At this stream time of a component, set a property of it or send to a pin of it: --at 3s "
+          "switch.Enabled=false, "
+          "--at 2.5s snap.SnapshotPin")
+      ->type_name("TIME NAME.WHAT")
+      ->type_size(2)
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+}
+
 int Refuse(const CLI::ParseError& error, int argc, char** argv, const std::vector<std::string>& commands) {
   std::string text = error.what();
   std::replace(text.begin(), text.end(), '\n', ' ');
@@ -115,6 +140,7 @@ int Main(int argc, char** argv) {
   CLI::App* run_command = program.add_subcommand("run", "Run a graph");
   AddWords(*run_command, run.words);
   AddLimits(*run_command, run);
+  AddMoments(*run_command, run.moments);
   run_command->add_flag("--realtime", run.realtime, "Generators keep their own rate");
   CLI::Option* json_flag = run_command->add_flag(
       "--json", run.json,

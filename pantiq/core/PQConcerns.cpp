@@ -6,20 +6,20 @@ namespace pantiq {
 
 namespace {
 
-struct Table {
+struct Concerns {
   std::mutex mutex;
   std::vector<std::pair<const PQClassInfo*, PQConcernOf>> entries;
 };
 
-Table& TheTable() {
-  static Table& table = *new Table;  // lives as long as the process, like the descriptions
+Concerns& TheTable() {
+  static Concerns& table = *new Concerns;  // lives as long as the process, like the descriptions
   return table;
 }
 
 }  // namespace
 
 void PQRegisterConcern(const PQClassInfo& info, PQConcernOf concern) {
-  Table& table = TheTable();
+  Concerns& table = TheTable();
   std::lock_guard guard(table.mutex);
   for (const auto& entry : table.entries) {
     if (entry.first == &info && entry.second == concern) return;
@@ -30,7 +30,7 @@ void PQRegisterConcern(const PQClassInfo& info, PQConcernOf concern) {
 std::vector<PQConcern> PQConcernsOf(const TComponent& component) {
   std::vector<PQConcernOf> asked;
   {
-    Table& table = TheTable();
+    Concerns& table = TheTable();
     std::lock_guard guard(table.mutex);
     for (const auto& [info, concern] : table.entries) {
       if (component.ClassInfo().Is(*info)) asked.push_back(concern);

@@ -4,13 +4,18 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <exception>
+#include <functional>
+#include <limits>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "pantiq/core/PQCommonGen.h"
 #include "pantiq/core/PQStreamTypes.h"
 #include "pantiq/host/PQCollection.h"
+#include "pantiq/host/PQPath.h"
 #include "pantiq/host/PQTextStream.h"
 
 namespace pantiq {
@@ -20,28 +25,6 @@ using Clock = std::chrono::steady_clock;
 
 double Seconds(Clock::duration d) { return std::chrono::duration<double>(d).count(); }
 
-// Every pin that an object publishes, also inside lists and collections.
-void CollectPins(TPersistent& object, std::vector<TJCPin*>& pins) {
-  const auto collect = [&](const PQProperty& property) {
-    if (!property.object) return;
-    TPersistent* part = property.object(object);
-    if (part == nullptr) return;
-    if (property.kind == PQKind::Pin) {
-      if (auto* pin = PQCast<TJCPin>(part)) pins.push_back(pin);
-    } else if (property.kind == PQKind::PinList) {
-      if (auto* list = PQCast<TJCPinList>(part)) {
-        for (TJCPin* pin : list->Pins()) pins.push_back(pin);
-      }
-    } else if (property.kind == PQKind::Collection) {
-      if (auto* collection = PQCast<TCollection>(part)) {
-        for (int i = 0; i < collection->GetCount(); ++i) CollectPins(*collection->GetItem(i), pins);
-      }
-    }
-  };
-  for (const PQProperty& property : object.ClassInfo().Properties()) collect(property);
-  for (const PQProperty& property : object.InstanceProperties()) collect(property);
-}
-
 std::string NameOf(const TComponent& component) {
   return component.GetName().empty() ? component.ClassInfo().Name() : component.GetName();
 }
@@ -49,11 +32,22 @@ std::string NameOf(const TComponent& component) {
 // One component of the running graph.
 struct Node {
   TComponent* component = nullptr;
+  IPQPacer* pacer = nullptr;             // if it is one
   std::vector<TJCPin*> inputs, outputs;  // connected stream pins
   bool IsSource() const { return inputs.empty() && !outputs.empty(); }
   bool IsSink() const { return !inputs.empty() && outputs.empty(); }
   bool IsGenerator() const { return component->Tag().Is(TPQCommonGen::kTag); }
   std::atomic<std::int64_t> nanoseconds{0}, frames{0};
+};
+
+// A change in the middle of the stream.
+struct Moment {
+  std::int64_t time = 0;  // 100 ns
+  std::string text;       // for messages
+  TComponent* component = nullptr;
+  std::function<PQStatus()> act;
+  bool begun = false;             // under the mutex of the moments
+  std::atomic<bool> done{false};  // no frame waits for it any more
 };
 
 // Time measurement: what the calling thread is inside of, innermost last.
@@ -83,21 +77,36 @@ struct PQGraphRun::Impl {
     TJCPin* pin = nullptr;
     Node* source = nullptr;  // the source that feeds it directly; null otherwise
     bool at_sink = false;
-    bool counted = false;  // its buffers are the frames that a run counts: pictures, or blocks of numbers
+    bool counted = false;             // its buffers are the frames that a run counts: pictures, or blocks of numbers
     std::atomic<bool> pumped{false};  // this run is the master of its pump
+    std::atomic<bool> held{false};    // its stop waits until the pacer has passed on what it has
+    std::vector<Moment*> moments;     // that frames here bring about, in order
     std::atomic<bool> started{false}, stopped{false}, full{false};
     std::atomic<std::int64_t> frames{0}, buffers{0}, first{-1}, position{0};
 
     bool Before(TJCPin&, IJCNotifyOperation& op) override {
       if (auto* supplied = JCOperation<TJCSuppliedBufferOperation>(op)) {
-        run->arrivals.fetch_add(1, std::memory_order_relaxed);
         if (!Admit(*supplied)) return false;
+        if (!moments.empty() && supplied->Buffer) run->Reach(*this, supplied->Buffer->GetTimeStamp());
+        run->arrivals.fetch_add(1);
+        if (run->waits_for_arrival.load()) run->Wake();
       } else if (JCOperation<TJCStartOperation>(op) != nullptr) {
         started.store(true);
         stopped.store(false);
+        held.store(false);
+      } else if (JCOperation<TJCStopOperation>(op) != nullptr) {
+        if (node->pacer != nullptr && !run->ending.load() && node->pacer->Waiting(*pin) > 0) {
+          held.store(true);
+          run->Wake();
+          return false;
+        }
       } else if (auto* request = JCOperation<TJCPumpRequestOperation>(op)) {
-        if (at_sink && counted && run->may_pump && request->Kind != 3) {
+        if (!run->may_pump || request->Kind == 3) {
+          // The pace is somebody else's.
+        } else if (at_sink && counted) {
           request->Master = run, request->Kind = 3, request->Level = 0;
+        } else if (node->pacer != nullptr) {
+          request->Master = run, request->Kind = 2, request->Level = std::numeric_limits<std::int32_t>::max();
         }
       }
       if (run->options.measure) BeginTiming(node);
@@ -155,6 +164,9 @@ struct PQGraphRun::Impl {
   bool may_pump = false;
   std::int64_t skip_before = 0;
   std::atomic<std::int64_t> arrivals{0};  // buffers at any input, also those that are left out
+  std::atomic<bool> waits_for_arrival{false}, ending{false};
+  std::vector<std::unique_ptr<Moment>> moments;  // in the order of their times
+  std::recursive_mutex moments_mutex;            // one thread at a time brings them about; one may send a frame
 
   std::atomic<bool> stop{false};  // all that a signal handler touches
   std::mutex mutex;
@@ -210,9 +222,8 @@ struct PQGraphRun::Impl {
     for (TComponent* component : graph.GetComponents()) {
       auto node = std::make_unique<Node>();
       node->component = component;
-      std::vector<TJCPin*> pins;
-      CollectPins(*component, pins);
-      for (TJCPin* pin : pins) {
+      node->pacer = dynamic_cast<IPQPacer*>(component);
+      for (TJCPin* pin : JCPublishedPins(*component)) {
         if (!pin->IsConnected()) continue;
         if (pin->Tag().Is(TRWJCSinkPin::kTag)) node->inputs.push_back(pin);
         if (pin->Tag().Is(TRWJCSourcePin::kTag)) node->outputs.push_back(pin);
@@ -233,10 +244,58 @@ struct PQGraphRun::Impl {
         inputs.push_back(std::move(input));
       }
     }
-    // Generators alone are asked for frames; a file's reader paces itself.
-    may_pump = !options.realtime && std::none_of(nodes.begin(), nodes.end(), [](const auto& node) {
-      return node->IsSource() && !node->IsGenerator();
-    });
+    for (const auto& moment : moments) {
+      const Node* node = FindNode(moment->component);
+      for (const auto& input : inputs) {
+        const TJCPin* peer = input->pin->GetSourcePin();
+        const bool fed = node->inputs.empty() && peer != nullptr && peer->GetOwnerComponent() == moment->component;
+        if (input->node == node || fed) input->moments.push_back(moment.get());
+      }
+    }
+    // Generators alone are asked for frames; a file's reader paces itself, unless what it feeds keeps frames.
+    const auto any = [this](auto test) {
+      return std::any_of(nodes.begin(), nodes.end(), [&](const auto& n) { return test(*n); });
+    };
+    const bool counts =
+        std::any_of(inputs.begin(), inputs.end(), [](const auto& input) { return input->at_sink && input->counted; });
+    may_pump = !options.realtime && counts &&
+               (any([](const Node& n) { return n.pacer != nullptr && !n.inputs.empty(); }) ||
+                !any([](const Node& n) { return n.IsSource() && !n.IsGenerator(); }));
+  }
+
+  // Brings about what is due before a frame of this time.
+  void Reach(const Input& input, const TBXTimeStamp& stamp) {
+    if (!stamp.GetAvailable()) return;
+    for (Moment* moment : input.moments) {
+      if (moment->time > stamp.GetBegin()) return;
+      if (moment->done.load()) continue;
+      std::lock_guard guard(moments_mutex);
+      if (std::exchange(moment->begun, true)) continue;
+      if (PQStatus status = moment->act(); !status.Ok()) Fail(std::move(status));
+      moment->done.store(true);
+    }
+  }
+
+  void Fail(PQStatus status) {
+    {
+      std::lock_guard guard(mutex);
+      if (failure.Ok()) failure = std::move(status);
+    }
+    Wake();
+  }
+
+  // Lets those stops go that have nothing more to wait for. True if some still wait.
+  bool ReleaseStops() {
+    bool waiting = false;
+    for (const auto& input : inputs) {
+      if (!input->held.load()) continue;
+      if (input->node->pacer->Waiting(*input->pin) > 0) {
+        waiting = true;
+      } else if (input->held.exchange(false)) {
+        input->pin->DispatchData(input->pin->GetConnectionID(), *PQMakeRef<TJCStopOperation>(), {});
+      }
+    }
+    return waiting;
   }
 
   PQStatus Prepare() {
@@ -260,8 +319,8 @@ struct PQGraphRun::Impl {
     return {};
   }
 
-  // Asks each sink's sources to begin. A sink that has been answered already, through another one, is left out: a second
-  // request would start the source anew.
+  // Asks each sink's sources to begin. A sink that has been answered already, through another one, is left out: a
+  // second request would start the source anew.
   void Start() {
     for (const auto& input : inputs) {
       if (!input->at_sink || input->started.load() || stop.load()) continue;
@@ -311,10 +370,9 @@ struct PQGraphRun::Impl {
 
   // One frame for every sink whose pump this run owns; false if there is none, or nothing came of it.
   bool Pump() {
-    bool moved = false;
+    const std::int64_t before = arrivals.load();
     for (const auto& input : inputs) {
       if (!input->pumped || input->full.load() || input->stopped.load()) continue;
-      const std::int64_t before = arrivals.load();
       std::vector<Node*> sources;
       if (options.measure) {
         SourcesOf(*input->node, sources);
@@ -323,9 +381,30 @@ struct PQGraphRun::Impl {
       }
       static_cast<TRWJCSinkPin*>(input->pin)->MasterPump(this);
       if (!sources.empty()) EndTiming();
-      moved = moved || arrivals.load() > before;
     }
-    return moved;
+    for (const auto& node : nodes) {
+      if (may_pump && node->pacer != nullptr) node->pacer->Drain();
+    }
+    return arrivals.load() > before;
+  }
+
+  // The figures that an object and the items of its collections show.
+  void Gauges(TPersistent& object, const Node& node, const std::string& before, PQRunProgress& progress) {
+    for (const PQProperty& property : object.ClassInfo().Properties()) {
+      if (property.kind == PQKind::Collection) {
+        const auto* items = PQCast<TCollection>(property.object(object));
+        for (int i = 0; items != nullptr && i < items->GetCount(); ++i) {
+          Gauges(*items->GetItem(i), node, property.name + "[" + std::to_string(i) + "].", progress);
+        }
+      }
+      if (!property.gauge || property.kind != PQKind::Integer) continue;
+      const PQValue value = property.get(object);
+      if (property.name == "FileDuration") {
+        progress.duration = std::max(progress.duration, static_cast<double>(*value.Int()) / 1e7);
+      } else {
+        progress.gauges.push_back({NameOf(*node.component), before + property.name, *value.Int()});
+      }
+    }
   }
 
   void Progress(Clock::time_point begin, Clock::time_point now, std::int64_t& last_frames, Clock::time_point& last) {
@@ -336,20 +415,11 @@ struct PQGraphRun::Impl {
       progress.position = std::max(progress.position, static_cast<double>(input->position.load()) / 1e7);
     }
     progress.elapsed = Seconds(now - begin);
-    progress.frames_per_second = static_cast<double>(progress.frames - last_frames) / std::max(Seconds(now - last), 1e-9);
+    progress.frames_per_second =
+        static_cast<double>(progress.frames - last_frames) / std::max(Seconds(now - last), 1e-9);
     last_frames = progress.frames;
     last = now;
-    for (const auto& node : nodes) {
-      for (const PQProperty& property : node->component->ClassInfo().Properties()) {
-        if (!property.gauge || property.kind != PQKind::Integer) continue;
-        const PQValue value = property.get(*node->component);
-        if (property.name == "FileDuration") {
-          progress.duration = std::max(progress.duration, static_cast<double>(*value.Int()) / 1e7);
-        } else {
-          progress.gauges.push_back({NameOf(*node->component), property.name, *value.Int()});
-        }
-      }
-    }
+    for (const auto& node : nodes) Gauges(*node->component, *node, {}, progress);
     if (observer != nullptr) observer->OnProgress(progress);
   }
 
@@ -360,11 +430,19 @@ struct PQGraphRun::Impl {
         std::chrono::duration<double>(std::max(options.progress_every, 0.01)));
     while (!Over()) {
       const auto due = last + every;
-      if (!Pump()) {
-        // A signal handler cannot wake anybody: look at its flag now and then.
-        std::unique_lock guard(mutex);
-        wake.wait_until(guard, std::min(due, Clock::now() + std::chrono::milliseconds(50)), [this] { return woken; });
-        woken = false;
+      const std::int64_t before = arrivals.load();
+      const bool moved = Pump(), held = ReleaseStops();
+      if (!moved) {
+        // A signal handler cannot wake anybody: look at its flag now and then, and at what a held stop waits for.
+        const auto pause = std::chrono::milliseconds(held ? 1 : 50);
+        waits_for_arrival.store(may_pump);
+        {
+          std::unique_lock guard(mutex);
+          wake.wait_until(guard, std::min(due, Clock::now() + pause),
+                          [&] { return woken || (may_pump && arrivals.load() > before); });
+          woken = false;
+        }
+        waits_for_arrival.store(false);
       }
       const auto now = Clock::now();
       if (now >= due) Progress(begin, now, last_frames, last);
@@ -372,8 +450,10 @@ struct PQGraphRun::Impl {
     Progress(begin, Clock::now(), last_frames, last);
   }
 
-  // Sources first, so that nothing new comes; then what still waits for its stream's end hears of it, from the sources down.
+  // Sources first, so that nothing new comes; then what still waits for its stream's end hears of it, from the sources
+  // down.
   void End() {
+    ending.store(true);
     if (!SourcesEnded()) {
       for (const auto& input : inputs) {
         if (input->at_sink) input->pin->Notify(*PQMakeRef<TJCStopOperation>());
@@ -387,8 +467,89 @@ struct PQGraphRun::Impl {
       }
     }
     for (const auto& input : inputs) input->pin->SetProbe(nullptr);
+    for (const auto& moment : moments) {
+      if (!moment->done.load())
+        Note(moment->text + " did not happen: the stream ended before it reached " + NameOf(*moment->component));
+    }
   }
+
+  PQStatus At(double seconds, std::string_view what);
 };
+
+// What can be told now is told now: the component, the property, the value's form.
+PQStatus PQGraphRun::Impl::At(double seconds, std::string_view what) {
+  const std::size_t equals = what.find('=');
+  const std::string_view path = what.substr(0, equals);
+  const std::size_t point = path.find_first_of(".[");
+  const std::string name(path.substr(0, point));
+  auto moment = std::make_unique<Moment>();
+  char time[32];
+  std::snprintf(time, sizeof time, "%.9g", seconds);
+  moment->text = "at " + std::string(time) + " s " + std::string(what);
+  moment->time = static_cast<std::int64_t>(seconds * 1e7 + 0.5);
+  const auto refuse = [&](const std::string& text) { return PQStatus(PQCode::BadValue, moment->text + ": " + text); };
+  PQStatus status;
+  moment->component = graph.Find(name);
+  if (moment->component == nullptr) {
+    (void)graph.FindPin(path, PQPinRole::None, &status);
+    return refuse(status.Text());
+  }
+  if (point == std::string_view::npos || path[point] != '.' || point + 1 == path.size()) {
+    return refuse("the property or pin is missing; expected " + name + ".Property=value or " + name + ".Pin");
+  }
+  std::vector<PQPathStep> steps;
+  if (status = PQParsePath(path.substr(point + 1), steps); !status.Ok()) return refuse(status.Text());
+  PQPathEnd end;
+  PQFault fault;
+  if (!PQFollowPath(*moment->component, steps, false, end, fault)) return refuse(name + "." + fault.text);
+  auto* const pin = end.property.kind == PQKind::Pin ? PQCast<TJCPin>(end.property.object(*end.object)) : nullptr;
+  if (end.property.kind == PQKind::PinList || (pin != nullptr && pin->GetPinType() == PQPinRole::Source)) {
+    return refuse("nothing can be sent to " + std::string(path) + "; expected a property, or a pin that takes a value");
+  }
+  const std::string_view text = equals == std::string_view::npos ? std::string_view() : what.substr(equals + 1);
+  PQRef<IJCNotifyOperation> op;
+  if (pin != nullptr) {
+    PQProperty like;  // of the pin's values
+    like.name = path;
+    like.kind = &pin->GetStreamType() == &kJCBoolStream ? PQKind::Boolean : PQKind::Float;
+    PQValue value;
+    if (&pin->GetStreamType() == &kJCClockStream) {
+      if (equals != std::string_view::npos)
+        return refuse("a clock takes no value; expected " + std::string(path) + " alone");
+      op = PQMakeRef<TJCClockOperation>();
+    } else if (&pin->GetStreamType() != &kJCBoolStream && &pin->GetStreamType() != &kJCFloatStream) {
+      return refuse(std::string(path) + " takes " + pin->GetStreamType().name +
+                    " streams; expected a pin for a clock, a boolean or a number");
+    } else if (equals == std::string_view::npos) {
+      return refuse("the value is missing; expected " + std::string(path) + "=" +
+                    (like.kind == PQKind::Boolean ? "true" : "0.5"));
+    } else if (status = PQParseValue(like, text, value); !status.Ok()) {
+      return refuse(status.Text());
+    } else if (like.kind == PQKind::Boolean) {
+      op = PQMakeRef<TJCBoolOperation>(*value.Bool());
+    } else {
+      op = PQMakeRef<TJCFloatOperation>(static_cast<float>(*value.Float()));
+    }
+    moment->act = [pin, op] {
+      pin->DispatchData(pin->GetConnectionID(), *op, {});
+      return PQStatus();
+    };
+  } else {
+    if (equals == std::string_view::npos)
+      return refuse("the value is missing; expected " + std::string(path) + "=" + PQExpected(end.property));
+    if (!end.property.set) return refuse(std::string(path) + " takes no value; expected a property that can be set");
+    PQValue value;
+    if (status = PQParseValue(end.property, text, value); !status.Ok()) return refuse(status.Text());
+    moment->act = [end, value, before = moment->text] {
+      PQStatus set = PQSetProperty(*end.object, end.property, value);
+      return set.Ok() ? set : PQStatus(set.Code(), before + ": " + set.Text());
+    };
+  }
+  const auto later = std::upper_bound(moments.begin(), moments.end(), moment->time,
+                                      [](std::int64_t t, const auto& m) { return t < m->time; });
+  moments.insert(later, std::move(moment));
+  return {};
+}
 
 PQGraphRun::PQGraphRun(PQGraph& graph, PQRunOptions options, IPQRunObserver* observer)
     : impl_(std::make_unique<Impl>(graph, options, observer)) {}
@@ -397,13 +558,9 @@ PQGraphRun::~PQGraphRun() = default;
 
 void PQGraphRun::RequestStop() noexcept { impl_->stop.store(true); }
 
-void PQGraphRun::Fail(PQStatus status) {
-  {
-    std::lock_guard guard(impl_->mutex);
-    if (impl_->failure.Ok()) impl_->failure = std::move(status);
-  }
-  impl_->Wake();
-}
+void PQGraphRun::Fail(PQStatus status) { impl_->Fail(std::move(status)); }
+
+PQStatus PQGraphRun::At(double seconds, std::string_view what) { return impl_->At(seconds, what); }
 
 PQRunResult PQGraphRun::Run() {
   PQRunResult result;

@@ -4,8 +4,9 @@
 // `seconds` of stream time, or when it is told to. Then sources are stopped and the sinks are closed, so that files are
 // complete. The graph stays as it was and can be run again.
 //
-// Generators that feed only sinks are asked for frames as fast as the sinks take them, unless `realtime` says that they keep
-// their own rate. Other sources pace themselves.
+// Generators that feed only sinks are asked for frames as fast as the sinks take them, unless `realtime` says that they
+// keep their own rate. Other sources pace themselves. Where a component keeps frames (IPQPacer) every source is asked,
+// unless `realtime`, and a source's stop reaches that component only when it has passed on what it has.
 //
 // Threads. Run blocks its caller. RequestStop and Fail may be called on any thread, also from a report listener; the
 // observer is called on the thread that called Run.
@@ -13,6 +14,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "pantiq/core/PQGraph.h"
@@ -20,11 +22,11 @@
 namespace pantiq {
 
 struct PQRunOptions {
-  std::int64_t frames = 0;   // per sink; 0: no limit
-  double seconds = 0;        // of stream time; 0: no limit
-  double from = 0;           // seconds of stream time to leave out at the start
-  bool realtime = false;     // generators keep their own rate
-  bool measure = false;      // time spent in each component
+  std::int64_t frames = 0;      // per sink; 0: no limit
+  double seconds = 0;           // of stream time; 0: no limit
+  double from = 0;              // seconds of stream time to leave out at the start
+  bool realtime = false;        // generators keep their own rate
+  bool measure = false;         // time spent in each component
   double progress_every = 0.2;  // seconds between two calls of OnProgress
 };
 
@@ -34,11 +36,11 @@ struct PQGauge {
 };
 
 struct PQRunProgress {
-  std::int64_t frames = 0;     // at the sink that has had most
-  double elapsed = 0;          // seconds since the start
+  std::int64_t frames = 0;       // at the sink that has had most
+  double elapsed = 0;            // seconds since the start
   double frames_per_second = 0;  // over the last interval
-  double position = 0;         // seconds of stream time
-  double duration = 0;         // seconds in all; 0 if unknown
+  double position = 0;           // seconds of stream time
+  double duration = 0;           // seconds in all; 0 if unknown
   std::vector<PQGauge> gauges;   // depths of queues, drops
 };
 
@@ -53,8 +55,8 @@ class PQ_EXPORT IPQRunObserver {
 
 struct PQSinkCount {
   std::string component;
-  std::int64_t frames = 0;  // image frames that reached it
-  std::int64_t buffers = 0; // other buffers: audio, reals, blocks
+  std::int64_t frames = 0;   // image frames that reached it
+  std::int64_t buffers = 0;  // other buffers: audio, reals, blocks
 };
 struct PQComponentTime {
   std::string component, class_name;
@@ -63,10 +65,10 @@ struct PQComponentTime {
 };
 
 struct PQRunResult {
-  PQStatus status;           // why it failed; Ok if it ended as it should
-  bool stopped = false;      // RequestStop ended it
-  std::int64_t frames = 0;   // at the sink that had most
-  double elapsed = 0;        // seconds
+  PQStatus status;          // why it failed; Ok if it ended as it should
+  bool stopped = false;     // RequestStop ended it
+  std::int64_t frames = 0;  // at the sink that had most
+  double elapsed = 0;       // seconds
   std::vector<PQSinkCount> sinks;
   std::vector<PQComponentTime> times;  // with PQRunOptions::measure, in the graph's order
 };
@@ -77,6 +79,12 @@ class PQ_EXPORT PQGraphRun {
   ~PQGraphRun();
   PQGraphRun(const PQGraphRun&) = delete;
   PQGraphRun& operator=(const PQGraphRun&) = delete;
+
+  // Changes the graph in the middle of its stream: sets "switch.Enabled=false" or sends "switch.EnabledPin=false" to a
+  // pin; a clock pin takes no value ("snap.SnapshotPin"). It is done before the first frame at or after `seconds` of
+  // stream time arrives at that component, or for a source leaves it; moments of one frame in the order of their calls.
+  // A fault names the component, the property, the value and what was expected. Before Run.
+  PQStatus At(double seconds, std::string_view what);
 
   // Once per object.
   PQRunResult Run();

@@ -37,7 +37,7 @@ class PQ_EXPORT TJCStartIntensityOperation : public TJCStartSampleRateOperation 
 
 // Form of an audio stream: interleaved signed PCM, little endian.
 struct THTWaveFormat {
-  std::int32_t channels = 0;          // 1 to 8
+  std::int32_t channels = 0;  // 1 to 8
   std::int32_t bits_per_sample = 16;
   std::int32_t samples_per_second = 0;
   std::int32_t BlockAlign() const { return channels * bits_per_sample / 8; }
@@ -102,7 +102,8 @@ class PQ_EXPORT TRWJCSourcePin : public TJCSourcePin {
   static const PQClassTag kTag;
   using TJCSourcePin::TJCSourcePin;
   const PQClassTag& Tag() const noexcept override { return kTag; }
-  // Hands the buffer to every connected sink, inline. The buffer must not be written through the same object afterwards.
+  // Hands the buffer to every connected sink, inline. The buffer must not be written through the same object
+  // afterwards.
   TJCNotifyResult SubmitBuffer(PQDataBufferRef buffer, TJCNotifyFlags flags = {}) {
     return Notify(*PQMakeRef<TJCSuppliedBufferOperation>(std::move(buffer)), flags);
   }
@@ -157,12 +158,24 @@ class PQ_EXPORT THTJCAudioSourcePin : public TRWJCSourcePin {
   const PQClassTag& Tag() const noexcept override { return kTag; }
 };
 
+// --- pace -----------------------------------------------------------------------------------------------------------
+
+// A component that keeps buffers and passes them on by a thread of its own, at a clock's or a pump's pace.
+class PQ_EXPORT IPQPacer {
+ public:
+  virtual ~IPQPacer() = default;
+  // Waits until what the thread was asked for before this call is done. Not under a lock; at once on that thread.
+  virtual void Drain() = 0;
+  // Buffers that came in at this input and would stay behind if its stream stopped now.
+  virtual int Waiting(const TJCPin& input) const = 0;
+};
+
 // --- queue of operations --------------------------------------------------------------------------------------------
 
 using PQOperationRef = PQRef<IJCNotifyOperation>;
 
-// A first-in first-out queue of operations. Any thread. With a lock object the list uses that object's lock, so that one
-// component's structures share one lock; without, a lock of its own.
+// A first-in first-out queue of operations. Any thread. With a lock object the list uses that object's lock, so that
+// one component's structures share one lock; without, a lock of its own.
 class PQ_EXPORT TRWOperationList {
  public:
   explicit TRWOperationList(const TJCObject* lock = nullptr) {
