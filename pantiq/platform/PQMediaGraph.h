@@ -86,8 +86,8 @@ class PQ_EXPORT PQMediaGraph {
   virtual PQPlatformResult SendVideo(PQFilterId source, const PQPlatformBlock& frame) = 0;
   virtual PQPlatformResult SendAudio(PQFilterId source, const PQPlatformBlock& block) = 0;
 
-  // No more samples come from this source. After the last source's end, Drain waits until everything is written, at
-  // most `limit_milliseconds`.
+  // No more samples come from this source. After the last source's end, Drain waits until everything is written; it
+  // gives up when nothing has left the encoders for `limit_milliseconds`.
   virtual PQPlatformResult EndOfStream(PQFilterId source) = 0;
   virtual PQPlatformResult Drain(int limit_milliseconds) = 0;
 

@@ -605,8 +605,13 @@ PQPlatformResult Graph::Drain(int limit_milliseconds) {
   {
     std::unique_lock lock(flow_->mutex);
     flow_->interrupted = false;
-    flow_->changed.wait_for(lock, std::chrono::milliseconds(limit_milliseconds),
-                            [&] { return flow_->end_of_stream || flow_->interrupted || !flow_->failure.Ok(); });
+    const auto limit = std::chrono::milliseconds(limit_milliseconds);
+    const auto inside = [&] { return flow_->raw[0] + flow_->raw[1]; };
+    auto deadline = std::chrono::steady_clock::now() + limit;
+    for (int before = inside(); !flow_->end_of_stream && !flow_->interrupted && flow_->failure.Ok();) {
+      if (flow_->changed.wait_until(lock, deadline) == std::cv_status::timeout) break;
+      if (const int now = inside(); now != before) before = now, deadline = std::chrono::steady_clock::now() + limit;
+    }
     if (!flow_->failure.Ok()) return flow_->failure;
     if (!flow_->end_of_stream) {
       if (flow_->interrupted) return {kPlatformInterrupted, "the graph is being stopped"};
