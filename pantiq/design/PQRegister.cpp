@@ -30,6 +30,11 @@
 #include "pantiq/filters/PQUniformNoise.h"
 #include "pantiq/filters/PQWarp.h"
 #include "pantiq/filters/PQWienerFilter.h"
+#include "pantiq/flow/PQChangeRate.h"
+#include "pantiq/flow/PQDelay.h"
+#include "pantiq/flow/PQQueuedSwitch.h"
+#include "pantiq/flow/PQSnapshot.h"
+#include "pantiq/flow/PQSwitch.h"
 #include "pantiq/media/PQASFLogger.h"
 #include "pantiq/media/PQASFPlayer.h"
 #include "pantiq/media/PQDSVideoOut.h"
@@ -42,9 +47,12 @@ namespace pantiq {
 
 void RegisterAll() {
   PQRealToFrame::Register();
+  PQChangeRate::Register();
   PQColorsToReal::Register();
   PQASFPlayer::Register();
+  PQSwitch::Register();
   PQChangeFormat::Register();
+  PQSnapshot::Register();
   PQMorphFilter::Register();
   PQImageAdjust::Register();
   PQFreeFrame::Register();
@@ -77,6 +85,8 @@ void RegisterAll() {
   PQCrop::Register();
   PQHistogramEqualize::Register();
   PQASFLogger::Register();
+  PQDelay::Register();
+  PQQueuedSwitch::Register();
   PQColorMerge::Register();
 }
 

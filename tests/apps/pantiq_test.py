@@ -813,6 +813,77 @@ class Plugins(Case):
         self.assertIn("raised an exception (in FF_GETNUMPARAMETERS", done.err)
 
 
+class Flow(Case):
+    """Routing, holding and timing of streams."""
+
+    def sums(self, *words):
+        """What a checksum sink says of the frames, without their numbers."""
+        return [line.split(None, 1)[1] for line in self.pantiq("run", *words).out.splitlines()]
+
+    def test_the_stream_is_changed_in_its_middle(self):
+        line = "TPQJaehneGen Rate=10 ! TPQSwitch Name=gate Enabled=false ! checksum"
+        plain = self.sums("--frames", "1", "TPQJaehneGen ! checksum")[0]
+        self.assertEqual(self.sums("--at", "0.5", "gate.Enabled=true", "--at", "800ms", "gate.EnabledPin=false",
+                                   "--at", "1.9s", "gate.Enabled=true", "--frames", "5", line), [plain] * 5)
+        taken = "TPQJaehneGen Rate=10 ! TPQGaussNoise ! TPQSnapshot Name=snap PreserveFrameRate=true ! checksum"
+        black, *rest = self.sums("--seconds", "1", "--at", "0.35s", "snap.SnapshotPin", taken)
+        self.assertEqual(rest[:3], [black] * 3)  # frame 4 brings the pulse, which takes frame 3
+        self.assertNotEqual(rest[3], black)
+        self.assertEqual(rest[3:], [rest[3]] * 6)
+        turned = self.sums("--frames", "4", "--at", "0.08s", "m.MirrorType=mtVertical",
+                           "TPQJaehneGen ! TPQRotate Angle=20 ! TPQMirror Name=m ! checksum")
+        self.assertEqual(turned[0], turned[1])
+        self.assertNotEqual(turned[1], turned[2])
+        late = self.pantiq("run", "--frames", "2", "--at", "9s", "gate.Enabled=true", "TPQJaehneGen ! TPQSwitch Name=gate ! checksum")
+        self.assertIn("at 9 s gate.Enabled=true did not happen", late.err)
+
+    def test_what_cannot_be_done_in_the_middle_is_refused(self):
+        line = "TPQJaehneGen ! TPQSwitch Name=gate ! TPQSnapshot Name=snap ! checksum"
+        for what, says in (
+                ("door.Enabled=true", ["no component 'door'", "gate"]),
+                ("gate.Enable=true", ["there is no property 'Enable'", "'Enabled'"]),
+                ("gate.Enabled=7", ["gate.Enabled=7", "expected"]),
+                ("gate.Enabled", ["the value is missing"]),
+                ("gate.EnabledPin", ["the value is missing", "gate.EnabledPin=true"]),
+                ("gate.EnabledPin=maybe", ["maybe", "expected"]),
+                ("snap.SnapshotPin=1", ["a clock takes no value"]),
+                ("gate.InputPin=1", ["takes image streams"]),
+                ("gate.OutputPin", ["nothing can be sent"]),
+                ("gate", ["the property or pin is missing"])):
+            with self.subTest(what=what):
+                self.refused("run", "--frames", "1", "--at", "1s", what, line, says=says)
+        self.refused("run", "--at", "soon", "gate.Enabled=true", line, says=["'soon' is no time"])
+
+    def test_rates(self):
+        up = self.pantiq("run", "--seconds", "2", "TPQJaehneGen Rate=25 ! TPQChangeRate '60' ! checksum").out
+        self.assertEqual(len(up.splitlines()), 120)
+        down = self.pantiq("run", "--seconds", "2", "TPQJaehneGen Rate=60 ! TPQChangeRate FrameRate=25 ! checksum").out
+        self.assertEqual(len(down.splitlines()), 50)
+        held = self.sums("--frames", "3", "TPQJaehneGen ! TPQGaussNoise ! TPQDelay '4' ! checksum")
+        self.assertEqual(held, self.sums("--frames", "3", "TPQJaehneGen ! TPQGaussNoise ! checksum"))
+
+    def test_channels_are_made_by_connecting_and_stored(self):
+        line = ("TPQJaehneGen ! TPQQueuedSwitch Name=q InputChannels[0].Queuing.Enabled=true ActiveChannelIndex=1 ! TPQMirror "
+                "TPQJaehneGen Rate=30 ! q")
+        stored = self.pantiq("save", line, "-o", "-").out
+        self.assertIn("ActiveChannelIndex = 1", stored)
+        self.assertEqual(stored.count("  item"), 2)
+        self.write("q.pqg", stored.encode())
+        self.assertEqual(self.pantiq("save", "q.pqg", "-o", "-").out, stored)
+
+    def test_two_clips_in_turn_lose_nothing(self):
+        for name, angle, frames in (("one.asf", 10, 12), ("two.asf", 40, 9)):
+            self.pantiq("run", "--frames", str(frames), f"TPQJaehneGen ImageSize.Width=64 ImageSize.Height=48 ! TPQRotate Angle={angle} "
+                                                        f"! TPQASFLogger FileName='{name}'")
+        both = [self.sums(f"TPQASFPlayer FileName='{name}' ! checksum") for name in ("one.asf", "two.asf")]
+        self.assertEqual([len(sums) for sums in both], [12, 9])
+        line = ("TPQASFPlayer FileName=one.asf ! TPQQueuedSwitch Name=q InputChannels[0].Queuing.Enabled=true "
+                "InputChannels[1].Queuing.Enabled=true ! checksum TPQASFPlayer FileName=two.asf ! q")
+        for _ in range(3):
+            self.assertEqual(self.sums(line), both[0] + both[1])
+        self.assertEqual(self.sums("--realtime", line), both[0] + both[1])
+
+
 class ExampleGraphs(Case):
     """From a folder like the project's: examples name their pictures from there."""
 
@@ -843,15 +914,17 @@ class ExampleGraphs(Case):
         self.assertEqual(made.returncode, 0, made.stderr)
         os.mkdir(self.path("out"))
         shutil.copy(self.path("in.mp4"), self.path("out/cockatoo.mp4"))
+        frames = {"25-to-60": 18, "60-to-25": 7, "two-in-turn": 12, "delayed-mirror": 4}
         for graph, text in self.graphs.items():
             with self.subTest(graph=graph):
+                self.write(graph, text.replace("FrameDelay = 20", "FrameDelay = 2").encode())
                 outputs = re.findall(r"(?m)^object \w+: TPQASFLogger\n  FileName = '(.*)'$", text)
                 self.assertTrue(outputs)
                 self.assertFalse(any(os.path.exists(self.path(output)) for output in outputs), "a file of its own")
                 self.pantiq("run", *(["--frames", "6"] if "--seconds" in text else []), graph)
                 for output in outputs:
                     sums = self.pantiq("run", f"TPQASFPlayer FileName='{output}' ! checksum").out.splitlines()
-                    self.assertEqual(len(sums), 6, output)
+                    self.assertEqual(len(sums), frames.get(os.path.basename(graph)[:-4], 6), output)
 
 
 if __name__ == "__main__":
