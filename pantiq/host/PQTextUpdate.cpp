@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kBytesPerLine = 32;
 
-struct Entry {
+struct Written {
   std::string path;
   std::string value;
   bool is_pin = false;
@@ -50,9 +50,9 @@ class Present {
     }
     // The accessors of parts are not const for the sake of writers; only their getters are called here.
     Collect(const_cast<TPersistent&>(object), {}, nullptr);
-    std::stable_partition(entries_.begin(), entries_.end(), [](const Entry& entry) { return !entry.is_pin; });
+    std::stable_partition(entries_.begin(), entries_.end(), [](const Written& entry) { return !entry.is_pin; });
   }
-  const std::vector<Entry>& Entries() const { return entries_; }
+  const std::vector<Written>& Entries() const { return entries_; }
 
  private:
   void Collect(TPersistent& object, const std::string& prefix, const PQProperty* outer) {
@@ -63,7 +63,7 @@ class Present {
       if (!found.stored) continue;
       kept_.push_back(std::make_unique<PQProperty>(PQWithOuterDefault(outer, std::move(found))));
       const PQProperty& p = *kept_.back();
-      Entry entry;
+      Written entry;
       entry.path = prefix + PQPathName(p.name);
       entry.property = &p;
       entry.holder = &object;
@@ -121,7 +121,7 @@ class Present {
   const PQTextUpdate& how_;
   const PQClassInfo* info_ = nullptr;
   PQOwned<TComponent> fresh_;
-  std::vector<Entry> entries_;
+  std::vector<Written> entries_;
   std::vector<std::unique_ptr<PQProperty>> kept_;
 };
 
@@ -148,7 +148,7 @@ class Updater {
 
   void Update(PQTextNode& block, const TPersistent& object, int indent) {
     const Present present(object, how_);
-    const std::vector<Entry>& entries = present.Entries();
+    const std::vector<Written>& entries = present.Entries();
     std::vector<bool> written(entries.size(), false);
     for (std::size_t i = 0; i < entries.size(); ++i) {
       if (entries[i].collection != nullptr) written[i] = SettleIndexed(block, entries[i]);
@@ -159,7 +159,7 @@ class Updater {
         if (written[i] && IsIndexed(node, entries[i])) return false;
       }
       bool foreign = false;
-      const Entry* const found = Find(node, object, entries, foreign);
+      const Written* const found = Find(node, object, entries, foreign);
       if (found == nullptr) return !foreign;
       const std::size_t at = static_cast<std::size_t>(found - entries.data());
       if (written[at]) return true;
@@ -173,7 +173,7 @@ class Updater {
 
  private:
   // The entry that a line is about; null if there is none, `foreign` if the object does not know such a property.
-  static const Entry* Find(const PQTextNode& node, const TPersistent& object, const std::vector<Entry>& entries,
+  static const Written* Find(const PQTextNode& node, const TPersistent& object, const std::vector<Written>& entries,
                            bool& foreign) {
     std::vector<PQPathStep> steps;
     PQPathEnd end;
@@ -181,14 +181,14 @@ class Updater {
     foreign = !PQParsePath(node.path, steps).Ok() ||
               !PQFollowPath(const_cast<TPersistent&>(object), steps, false, end, fault);
     if (foreign) return nullptr;
-    for (const Entry& entry : entries) {
+    for (const Written& entry : entries) {
       if (entry.holder == end.object && entry.property->name == end.property.name) return &entry;
     }
     return nullptr;
   }
 
   // Lines such as "Items[0].Value = 3" say something of a collection's item.
-  static bool IsIndexed(const PQTextNode& node, const Entry& entry) {
+  static bool IsIndexed(const PQTextNode& node, const Written& entry) {
     return entry.collection != nullptr && node.kind == PQTextNode::Kind::Value &&
            node.path.size() > entry.path.size() && node.path.starts_with(entry.path) &&
            node.path[entry.path.size()] == '[';
@@ -196,7 +196,7 @@ class Updater {
 
   // A collection that a text has as indexed lines keeps them while they say all that there is to say, and no more.
   // Otherwise they go, and the collection is written as blocks.
-  bool SettleIndexed(PQTextNode& block, const Entry& entry) {
+  bool SettleIndexed(PQTextNode& block, const Written& entry) {
     std::map<std::string, const std::string*> lines;  // from what stands behind the collection's name
     for (const PQTextNode& node : block.children) {
       if (IsIndexed(node, entry)) lines[node.path.substr(entry.path.size())] = &node.value;
@@ -208,7 +208,7 @@ class Updater {
     for (int i = 0; i < entry.collection->GetCount() && holds; ++i) {
       const Present item(*entry.collection->GetItem(i), how_);
       const std::string prefix = "[" + std::to_string(i) + "].";
-      for (const Entry& part : item.Entries()) {
+      for (const Written& part : item.Entries()) {
         const auto line = lines.find(prefix + part.path);
         if (line != lines.end() && part.collection == nullptr) {
           holds = holds && Holds(*line->second, part);
@@ -225,14 +225,14 @@ class Updater {
   }
 
   // True if the text of a value that was read still says what the object holds.
-  bool Holds(const std::string& text, const Entry& entry) const {
+  bool Holds(const std::string& text, const Written& entry) const {
     if (entry.is_pin) return how_.same_link ? how_.same_link(text, entry.value) : text == entry.value;
     PQValue value;
     return PQParseValue(*entry.property, text, value).Ok() && PQFormatValue(*entry.property, value) == entry.value;
   }
 
   // Brings one line or collection up to date; false if it has to go.
-  bool Refresh(PQTextNode& node, const Entry& entry) {
+  bool Refresh(PQTextNode& node, const Written& entry) {
     if (entry.collection != nullptr) {
       if (node.kind != PQTextNode::Kind::Collection) return false;
       RefreshItems(node, *entry.collection);
@@ -272,13 +272,13 @@ class Updater {
     return static_cast<int>(first == std::string::npos ? 0 : first);
   }
 
-  void Insert(PQTextNode& block, const std::vector<Entry>& entries, const Entry& entry, int indent) {
+  void Insert(PQTextNode& block, const std::vector<Written>& entries, const Written& entry, int indent) {
     const auto is_line = [](const PQTextNode& node) {
       return node.kind == PQTextNode::Kind::Value || node.kind == PQTextNode::Kind::Collection;
     };
     const auto is_link = [&](const PQTextNode& node) {
       return std::any_of(entries.begin(), entries.end(),
-                         [&](const Entry& other) { return other.is_pin && other.path == node.path; });
+                         [&](const Written& other) { return other.is_pin && other.path == node.path; });
     };
     // Behind the last line of its sort: connections come last; comments at the block's end stay there.
     auto at = block.children.end();

@@ -14,7 +14,7 @@ constinit const PQClassTag TPQDSCommonLogger::kTag{"TPQDSCommonLogger", &TPQBase
 
 namespace {
 
-constexpr int kTailLimit = 2000;                       // ms that a proper end may take
+constexpr int kTailLimit = 2000;                       // ms that a frame of the tail may take
 constexpr int kCloseLimit = 500;                       // ms that any other end may take
 constexpr auto kAudioLimit = std::chrono::seconds(1);  // that the first frame waits for the start of the sound
 constexpr std::int64_t kUnknownPeriod = 400000;        // stands in where no frame rate is known
