@@ -41,7 +41,7 @@ PQImageRef Frame(const std::vector<int>& bytes) {
   return frame;
 }
 
-std::vector<int> Inverted(std::vector<int> bytes) {
+std::vector<int> Complement(std::vector<int> bytes) {
   for (int& byte : bytes) byte = 255 - byte;
   return bytes;
 }
@@ -100,7 +100,7 @@ TEST(PQFreeFrame, InPlaceCostsTheOneDetach) {
   const auto copied = PQFramePool::CopiedBytes();
   const PQImageRef out = b.Send(frame);
   EXPECT_EQ(PQFramePool::CopiedBytes() - copied, 6u * 4 * 3);
-  EXPECT_EQ(Bytes(*out), Inverted(Bytes(*frame)));
+  EXPECT_EQ(Bytes(*out), Complement(Bytes(*frame)));
   EXPECT_EQ(out->GetTimeCode().GetFrame(), 9);
   EXPECT_EQ(out->GetTimeStamp().GetBegin(), 1234);
 }
@@ -705,7 +705,7 @@ TEST_F(Misbehaving, InThisProcess) {
     EXPECT_TRUE(b.Told({c.told}) || (*c.told == 0 && b.told.empty()));
     ASSERT_EQ(out.Get() == nullptr, c.outcome == None);
     if (c.outcome == Inverted) {
-      EXPECT_EQ(Bytes(*out), pantiq::Inverted(Bytes(*frame)));
+      EXPECT_EQ(Bytes(*out), Complement(Bytes(*frame)));
     }
     if (c.outcome == Black) {
       EXPECT_EQ(Bytes(*out), std::vector<int>(6 * 4 * 3, 0));
@@ -818,7 +818,7 @@ TEST_F(Misbehaving, IsolatedSurvives) {
       std::remove(mark.c_str());
       Misbehave("names");
       b.Start();
-      EXPECT_EQ(Bytes(*b.Send(frame)), Inverted(Bytes(*frame))) << "the next start tries again";
+      EXPECT_EQ(Bytes(*b.Send(frame)), Complement(Bytes(*frame))) << "the next start tries again";
       EXPECT_EQ(b.effect.GetParameters().GetCount(), 3);
       EXPECT_EQ(b.told, Strings{});
     }
@@ -843,7 +843,7 @@ TEST_F(Misbehaving, TheWatchdogGivesUpAndAGoodbyeMayFail) {
     b.Stop();
     EXPECT_EQ(b.told, Strings{}) << "it was lost before";
     b.Start();
-    EXPECT_EQ(Bytes(*b.Send(frame)), Inverted(Bytes(*frame)));
+    EXPECT_EQ(Bytes(*b.Send(frame)), Complement(Bytes(*frame)));
     b.told.clear();
     b.Stop();
     EXPECT_TRUE(b.Told({"lost when it was let go of", "it crashed in FF_DEINITIALISE"}));
