@@ -1,4 +1,4 @@
-// Commands that work on a graph. `words` is a launch line, in one piece or several, or the name of a graph file.
+// Commands that work on a graph, and the one that plays a file. `words` is a launch line, in one piece or several, or the name of a graph file.
 #pragma once
 #include <cstdint>
 #include <string>
@@ -29,5 +29,16 @@ int CheckGraph(const std::vector<std::string>& words, bool json);
 // `output` "-" is standard output.
 int SaveGraph(const std::vector<std::string>& words, const std::string& output, bool overwrite);
 int DrawGraph(const std::vector<std::string>& words);
+
+struct PlayArguments {
+  std::string file;
+  std::string video = "Default", audio = "Default";  // devices
+  std::int64_t frames = 0;                           // 0: no limit
+  double seconds = 0, from = 0;                      // 0: no limit; from the start
+  bool mute = false, quiet = false;
+};
+
+// Plays a file to screen and sound; keys on the terminal pause, step and jump.
+int PlayFile(const PlayArguments& arguments);
 
 }  // namespace pantiq::app

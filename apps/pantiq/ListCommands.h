@@ -1,5 +1,5 @@
-// Commands that show what there is: classes, one class, kernels, and what the platform brings: codecs, effects. Only the
-// last two make a module of the platform load.
+// Commands that show what there is: classes, one class, kernels, and what the platform brings: codecs, effects, devices. Only
+// the last three make a module of the platform load.
 #pragma once
 #include <string>
 
@@ -14,5 +14,7 @@ int InspectPlugin(const std::string& file, bool json);
 int ListKernels(bool json);
 // Without a name all effects of the platform, each tried; with a name (or an element's, or an identifier) that one.
 int ListEffects(const std::string& name, bool json);
+// The devices that video and sound can be played to, each opened in a process of its own.
+int ListDevices(bool json);
 
 }  // namespace pantiq::app

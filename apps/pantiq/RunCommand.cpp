@@ -11,6 +11,7 @@
 #include "GraphText.h"
 #include "RunOutput.h"
 #include "pantiq/core/PQGraphRun.h"
+#include "pantiq/media/PQDSVideoOut.h"
 
 namespace pantiq::app {
 namespace {
@@ -57,6 +58,11 @@ class ReportScope {
   ReportScope(PQGraphRun& run, RunOutput& output) {
     SetReportListener([this, &run, &output](const PQReportEntry& entry) {
       output.OnReport(entry);
+      // Whoever closes the window has seen enough.
+      if (entry.component != nullptr && entry.component->Tag().Is(TPQDSVideoOut::kTag) &&
+          entry.code == kOutputUserAbort) {
+        run.RequestStop();
+      }
       if (entry.severity != PQSeverity::Error) return;
       const std::string text = ReportText(entry);
       const PQStatus status(PQCode::Failed, text.substr(text.find(' ') + 1));  // without the word "error: "

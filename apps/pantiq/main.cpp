@@ -9,6 +9,7 @@
 
 #include "Commands.h"
 #include "Console.h"
+#include "DeviceTrial.h"
 #include "ListCommands.h"
 #include "pantiq/design/PQRegister.h"
 #include "pantiq/host/PQClassInfo.h"
@@ -22,6 +23,7 @@ constexpr const char* kExamples = R"(Examples:
   pantiq run 'TPQASFPlayer FileName=in.mp4 ! TPQFixedFilter FilterType=ftSobelVert ! TPQASFLogger FileName=out.asf'
   pantiq run --seconds 2 'TPQJaehneGen ! y4m' | ffplay -
   pantiq save 'TPQJaehneGen ! TPQMirror ! checksum' -o mirror.pqg     (sinks of the program are refused)
+  pantiq play in.mp4 --from 1m30s
   pantiq inspect TPQMirror
 
 A launch line names classes in order; ! connects them, Name=Value sets a property, and a word Name=sob names a component.
@@ -134,7 +136,8 @@ int Main(int argc, char** argv) {
   program.get_formatter()->column_width(34);
 
   RunArguments run;
-  bool json = false, codecs = false;
+  PlayArguments play;
+  bool json = false, codecs = false, devices = false;
   std::string class_name, effect_name, plugin, output;
 
   CLI::App* run_command = program.add_subcommand("run", "Run a graph");
@@ -159,6 +162,9 @@ int Main(int argc, char** argv) {
   list->add_flag("--json", json, "As JSON");
   list->add_flag("--codecs", codecs, "List the codecs of TPQVideoCompressor that work here; they are tried, in seconds")
       ->excludes(effects_option);
+  list->add_flag("--devices", devices, "List the devices that TPQDSVideoOut plays to, each tried")
+      ->excludes(effects_option)
+      ->excludes("--codecs");
 
   CLI::App* inspect = program.add_subcommand("inspect", "Show the properties and pins of a class, or a plug-in");
   CLI::Option* class_option = inspect->add_option("class", class_name, "The class")->type_name("CLASS");
@@ -181,6 +187,27 @@ int Main(int argc, char** argv) {
   AddLimits(*bench, run);
   bench->add_flag("--json", run.json, "As JSON");
 
+  CLI::App* play_command = program.add_subcommand("play", "Play a file to screen and sound");
+  play_command->add_option("file", play.file, "The file")->required()->type_name("FILE");
+  play_command->add_option("--frames", play.frames, "End after N frames")
+      ->check(CLI::Range(std::int64_t{1}, std::int64_t{1} << 53))
+      ->type_name("N");
+  AddTime(*play_command, "--seconds", play.seconds, "End after this much");
+  AddTime(*play_command, "--from", play.from, "Begin at this time of the file");
+  play_command->add_option("--video", play.video, "The device that shows it, as pantiq list --devices names it")
+      ->type_name("DEVICE");
+  play_command->add_option("--audio", play.audio, "The device that plays the sound")->type_name("DEVICE");
+  play_command->add_flag("--mute", play.mute, "Without the sound");
+  play_command->add_flag("--quiet", play.quiet, "Say nothing but why it failed");
+  play_command->footer(
+      "Keys on the terminal: space pauses, arrows jump by 5 seconds, . shows the next frame, q quits.");
+
+  // What the program asks of itself in a process of its own.
+  std::string trial_category, trial_device;
+  CLI::App* trial = program.add_subcommand("try-device", "Try a device")->group("");
+  trial->add_option("category", trial_category)->required()->check(CLI::IsMember({"video", "audio"}));
+  trial->add_option("device", trial_device)->required();
+
   CLI::App* kernels = program.add_subcommand("kernels", "Show which variant of each kernel this processor runs");
   kernels->add_flag("--json", json, "As JSON");
 
@@ -197,11 +224,14 @@ int Main(int argc, char** argv) {
     return Refuse(error, argc, argv, commands);
   }
 
+  if (*trial) return AnswerDeviceTrial(trial_category, trial_device);
   RegisterAll();
   RegisterSinks();
   if (*run_command) return RunGraph(run);
   if (*check) return CheckGraph(run.words, json);
+  if (*play_command) return PlayFile(play);
   if (*list && codecs) return ListCodecs(json);
+  if (*list && devices) return ListDevices(json);
   if (*effects_option) return ListEffects(effect_name, json);
   if (*list) return ListClasses(json);
   if (*plugin_option) return InspectPlugin(plugin, json);

@@ -87,7 +87,7 @@ class PQ_EXPORT TPQDSVideoOut final : public TComponent {
 
   // For a host that plays a file for a person. Hold keeps picture and sound where they are and lets the source wait
   // inside its call; whoever holds must release, flush or destroy this component before he waits for the source. Step
-  // shows one frame more of what is held.
+  // shows one frame more of what is held; false if nothing is held, or the step before is still under way.
   void Hold(bool on);
   bool Step();
   // Drops what waits in the lists and inside the device, and what comes until the next start. The window stays.

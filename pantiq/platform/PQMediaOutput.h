@@ -118,7 +118,7 @@ class PQ_EXPORT PQMediaOutput {
   virtual PQPlatformResult Pause(bool senders_wait) = 0;
   // Ends at once; windows stay open. Harmless at any time.
   virtual PQPlatformResult Stop() = 0;
-  // While paused: shows one frame more.
+  // While paused: shows one frame more. kPlatformTimeout while the step before is still under way.
   virtual PQPlatformResult Step() = 0;
   // The clock of the running graph; empty if there is none.
   virtual std::shared_ptr<PQReferenceClock> GetClock() = 0;

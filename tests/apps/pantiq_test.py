@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Drives the built program as a process. PANTIQ names it; PANTIQ_GRAPHS the folder of the example graphs."""
 import array
+import ctypes
 import fcntl
 import glob
 import json
@@ -592,6 +593,206 @@ class Media(Case):
             self.skipTest(err.decode())
         self.assertEqual(run.returncode, 130, err)
         self.assertGreaterEqual(len(self.pantiq("run", "TPQASFPlayer FileName='c.asf' ! checksum").out.splitlines()), 10)
+
+
+class Screen:
+    """A virtual display, and what tests do at it."""
+
+    def __init__(self, case):
+        if shutil.which("Xvfb") is None:
+            case.skipTest("there is no virtual display: install xvfb")
+        try:
+            self.x11 = ctypes.CDLL("libX11.so.6")
+        except OSError as error:
+            case.skipTest(f"there is no client of displays: {error}")
+        read, write = os.pipe()
+        self.server = subprocess.Popen(["Xvfb", "-displayfd", str(write), "-screen", "0", "640x480x24", "-nolisten", "tcp"],
+                                       pass_fds=[write], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        case.addCleanup(self.end)
+        os.close(write)
+        with os.fdopen(read) as numbers:
+            number = numbers.readline().strip()
+        if not number:
+            case.skipTest("the virtual display does not start")
+        self.name = ":" + number
+        self.env = {"DISPLAY": self.name}
+        x11, pointer, long = self.x11, ctypes.c_void_p, ctypes.c_ulong
+        x11.XOpenDisplay.restype = pointer
+        x11.XGetImage.restype = pointer
+        x11.XGetImage.argtypes = [pointer, long, ctypes.c_int, ctypes.c_int, ctypes.c_uint, ctypes.c_uint, long, ctypes.c_int]
+        x11.XGetPixel.restype = long
+        x11.XGetPixel.argtypes = [pointer, ctypes.c_int, ctypes.c_int]
+        x11.XDefaultRootWindow.restype = long
+        x11.XDefaultRootWindow.argtypes = [pointer]
+        x11.XQueryTree.argtypes = [pointer, long] + [pointer] * 4
+        x11.XInternAtom.restype = long
+        x11.XInternAtom.argtypes = [pointer, ctypes.c_char_p, ctypes.c_int]
+        x11.XSendEvent.argtypes = [pointer, long, ctypes.c_int, ctypes.c_long, pointer]
+        x11.XSync.argtypes = [pointer, ctypes.c_int]
+        self.display = x11.XOpenDisplay(self.name.encode())
+
+    def end(self):
+        self.server.terminate()
+        self.server.wait()
+
+    def pixel(self, x, y):
+        """Red, green and blue."""
+        root = self.x11.XDefaultRootWindow(self.display)
+        image = self.x11.XGetImage(self.display, root, x, y, 1, 1, 0xffffff, 2)
+        value = self.x11.XGetPixel(image, 0, 0)
+        return value >> 16 & 255, value >> 8 & 255, value & 255
+
+    def close_windows(self):
+        """As a person does at the window's frame."""
+        root, parent, children = ctypes.c_ulong(), ctypes.c_ulong(), ctypes.POINTER(ctypes.c_ulong)()
+        count = ctypes.c_uint()
+        self.x11.XQueryTree(self.display, self.x11.XDefaultRootWindow(self.display), ctypes.byref(root),
+                            ctypes.byref(parent), ctypes.byref(children), ctypes.byref(count))
+        for i in range(count.value):
+            event = (ctypes.c_long * 24)()
+            event[0] = 33  # ClientMessage
+            event[4] = children[i]
+            event[5] = self.x11.XInternAtom(self.display, b"WM_PROTOCOLS", 0)
+            event[6] = 32
+            event[7] = self.x11.XInternAtom(self.display, b"WM_DELETE_WINDOW", 0)
+            self.x11.XSendEvent(self.display, children[i], 0, 0, event)
+        self.x11.XSync(self.display, 0)
+        return count.value
+
+
+class Screens(Case):
+    """Video on a display, and playing files to a person."""
+
+    def setUp(self):
+        super().setUp()
+        if "TPQDSVideoOut" not in classes()["Pantiq"]:
+            self.skipTest("this build plays to no devices")
+
+    def until(self, condition, process):
+        """Looks until the condition holds; the process must be alive."""
+        while not condition():
+            self.assertIsNone(process.poll(), "the program has ended")
+            time.sleep(0.02)
+
+    def devices(self, env=None):
+        listed = json.loads(self.pantiq("list", "--devices", "--json", env=env).out)
+        if not listed["video"]:
+            self.skipTest("no video renderer is installed: install gstreamer1.0-x")
+        return listed
+
+    def clip(self, seconds, sound=False):
+        """A clip whose picture counts its frames in red."""
+        made = f"TPQJaehneGen Rate=25 ImageSize.Width=64 ImageSize.Height=48 ! TPQASFLogger FileName='clip.asf' Profile.KeyFrameInterval=5"
+        done = self.pantiq("run", "--frames", str(int(seconds * 25)), made)
+        self.assertIn("done", done.err)
+        if sound:
+            if shutil.which("ffmpeg") is None:
+                self.skipTest("ffmpeg is not installed")
+            subprocess.run(["ffmpeg", "-loglevel", "error", "-i", "clip.asf", "-f", "lavfi", "-i",
+                            f"sine=duration={seconds}", "-c:v", "copy", "-c:a", "wmav2", "sound.asf"],
+                           cwd=self.folder, check=True)
+
+    def test_devices_are_tried(self):
+        dark = self.devices(env={"DISPLAY": ""})
+        ximage = [d for d in dark["video"] if d["device"] == "gst:element=ximagesink"]
+        if not ximage:
+            self.skipTest("ximagesink is not installed: install gstreamer1.0-x")
+        self.assertFalse(ximage[0]["usable"])
+        self.assertIn("X output", ximage[0]["reason"])
+        screen = Screen(self)
+        lit = self.devices(env=screen.env)
+        self.assertTrue([d for d in lit["video"] if d["device"] == "gst:element=ximagesink"][0]["usable"])
+        self.assertEqual([d["default"] for d in lit["video"]].count(True), 1)
+        text = self.pantiq("list", "--devices", env=screen.env).out
+        for device in lit["video"] + lit["audio"]:
+            self.assertIn(device["device"], text)
+        self.assertIn("dv:PATH", text)
+        self.refused("list", "--devices", "--codecs", says=["excludes"])
+
+    def test_pictures_are_seen_and_the_window_closed(self):
+        screen = Screen(self)
+        self.devices()
+        line = "TPQJaehneGen Rate=25 ImageSize.Width=200 ImageSize.Height=100 ! TPQDSVideoOut"
+        run = subprocess.Popen([PANTIQ, "run", "--realtime", line], cwd=self.folder, stderr=subprocess.PIPE,
+                               env={**os.environ, **screen.env})
+        # The pattern's centre is white or nearly so in each frame; around the window nothing is.
+        self.until(lambda: max(max(screen.pixel(x, 50)) for x in range(90, 110)) > 150, run)
+        self.assertEqual(screen.pixel(400, 300), (0, 0, 0))
+        self.assertGreater(screen.close_windows(), 0)
+        _, err = run.communicate()
+        self.assertEqual(run.returncode, 0, err)
+        self.assertIn(b"the window was closed", err)
+
+    def test_refusals_name_what_is_missing(self):
+        self.clip(1, sound=True)
+        dark = self.refused("play", "sound.asf", "--video", "gst:element=nosuchsink", says=["display", "nosuchsink", "not installed"])
+        self.assertNotIn("played", dark.err)
+        done = self.pantiq("play", "clip.asf", "--video", "gst:element=ximagesink", code=2, env={"DISPLAY": ""})
+        self.assertIn("DISPLAY", done.err)
+        done = self.refused("play", "sound.asf", "--video", "gst:element=fakesink", "--audio", "gst:element=nosuchsink",
+                            says=["sound", "--mute"])
+        self.refused("play", "missing.asf", says=["missing.asf", "there is no such file"])
+        self.write("bad.asf", b"This is a letter, no film.\n" * 100)
+        self.assertIn("bad.asf", self.pantiq("play", "bad.asf", code=1).err)
+
+    def test_limits(self):
+        self.clip(4, sound=True)
+        to = ["--video", "gst:element=fakesink", "--audio", "gst:element=fakesink"]
+        for words, frames in ((["clip.asf", "--frames", "20"], 20), (["sound.asf", "--seconds", "0.5"], 13),
+                              (["clip.asf", "--from", "3", "--mute"], 25), (["sound.asf", "--from", "3s", "--frames", "5"], 5)):
+            with self.subTest(words=words):
+                done = self.pantiq("play", *words, *to)
+                self.assertRegex(done.err, rf"^played {frames} frames in ")
+        self.assertEqual(self.pantiq("play", "clip.asf", "--frames", "3", "--quiet", *to).err, "")
+
+    def played(self, *steps, clip="clip.asf", mute=True):
+        """Plays on a terminal; each step is a key and a text that must be seen before it is pressed. What was said."""
+        master, slave = os.openpty()
+        words = [PANTIQ, "play", clip, "--video", "gst:element=fakesink", "--audio", "gst:element=fakesink"]
+        run = subprocess.Popen(words + (["--mute"] if mute else []), cwd=self.folder, stdin=slave, stdout=slave, stderr=slave,
+                               start_new_session=True, preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
+        os.close(slave)
+        self.addCleanup(os.close, master)
+        said, at = "", 0
+
+        def more():
+            try:
+                return os.read(master, 4096).decode(errors="replace")
+            except OSError:
+                return ""
+        for before, key in steps:
+            while (found := said.find(before, at)) < 0:
+                text = more()
+                self.assertTrue(text, said)
+                said += text
+            at = found + len(before)
+            os.write(master, key)
+        while text := more():
+            said += text
+        return run.wait(), said
+
+    def test_keys(self):
+        self.clip(20)
+        frames = lambda text: int(re.search(r"played (\d+) frames", text).group(1))
+        code, said = self.played(("0:01.", b"q"))
+        self.assertEqual(code, 0, said)
+        self.assertLess(frames(said), 100)
+        # Twice ahead by five seconds, once back, then paused, ahead in the pause, and on to the end.
+        code, said = self.played(("0:01.", b"\x1b[C"), ("0:06.", b"\x1b[C"), ("0:11.", b"\x1b[D"), ("0:06.", b" "),
+                                 ("paused", b"\x1b[C\x1b[C"), ("0:16.", b" "), ("0:17.", b"\x1b[C"))
+        self.assertEqual(code, 0, said)
+        self.assertLess(frames(said), 400, said)
+        # Frame by frame: each step lets one more in.
+        code, said = self.played(("0:00.", b"."), ("paused", b"." * 60), ("0:02.", b"q"))
+        self.assertEqual(code, 0, said)
+        code, said = self.played(("0:01.", b"\x03"))
+        self.assertEqual(code, 130, said)
+
+    def test_keys_with_sound(self):
+        self.clip(8, sound=True)
+        code, said = self.played(("0:01.", b" "), ("paused", b"." * 60), ("0:02.", b" "), ("0:03.", b"\x1b[C"),
+                                 clip="sound.asf", mute=False)
+        self.assertEqual(code, 0, said)
 
 
 class Codecs(Case):

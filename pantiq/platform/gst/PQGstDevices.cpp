@@ -17,12 +17,12 @@ namespace {
 constexpr std::string_view kElementPrefix = "gst:element=";
 constexpr std::string_view kDevicePrefix = "gst:device=";
 
-// Those that are proved come first; who stands behind them follows by rank. The choosers and what shows nothing to a
-// person are no devices.
+// Those that are proved come first; who stands behind them follows by rank. The choosers, what shows nothing to a
+// person and what takes the terminal over are no devices.
 constexpr std::array kFirstVideo = {"ximagesink", "xvimagesink", "glimagesink", "waylandsink"};
 constexpr std::array kFirstVideoOnWayland = {"waylandsink", "glimagesink", "ximagesink", "xvimagesink"};
 constexpr std::array kFirstAudio = {"autoaudiosink", "pulsesink", "pipewiresink", "alsasink"};
-constexpr std::array kNoDevices = {"autovideosink", "fakevideosink",  "fakeaudiosink", "gdkpixbufsink",
+constexpr std::array kNoDevices = {"autovideosink", "aasink",  "cacasink", "fakevideosink",  "fakeaudiosink", "gdkpixbufsink",
                                    "v4l2sink",      "intervideosink", "interaudiosink"};
 
 const char* ClassOf(PQDeviceCategory category) {

@@ -34,7 +34,7 @@ struct Flow {
   int frames = 0;           // raw frames inside
   std::int64_t sound = 0;   // 100 ns of sound inside
   bool interrupted = true;  // nothing is taken before the first Run
-  bool paused = false, senders_wait = false, end_of_stream = false, running = false;
+  bool paused = false, senders_wait = false, stepping = false, end_of_stream = false, running = false;
   PQPlatformResult failure;
   PQOutputListener on_event;
   GstElement* video_render = nullptr;  // compared, never used
@@ -65,6 +65,8 @@ GstBusSyncReply OnMessage(GstBus*, GstMessage* message, gpointer data) {
       if (flow.running && flow.on_event) flow.on_event(closed ? kOutputUserAbort : kOutputDeviceLost, flow.failure);
     } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
       flow.end_of_stream = true;
+    } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_STEP_DONE) {
+      flow.stepping = false;
     }
     flow.changed.notify_all();
   }
@@ -433,7 +435,8 @@ PQPlatformResult Output::RenderDigitalVideo(Filter& source, Filter& render) {
   }
   const std::string form = pal ? "format=I420,width=720,height=576,framerate=25/1,pixel-aspect-ratio=16/15"
                                : "format=Y41B,width=720,height=480,framerate=30000/1001,pixel-aspect-ratio=8/9";
-  if (auto result = Wire(source.element.get(), "videoconvert ! videoscale ! videorate ! video/x-raw," + form,
+  if (auto result = Wire(source.element.get(),
+                         "videoconvert ! videoscale ! videorate ! capsfilter caps=\"video/x-raw," + form + "\"",
                          encoder->element.get());
       !result.Ok()) {
     return result;
@@ -496,7 +499,7 @@ PQPlatformResult Output::Run() {
   {
     const std::lock_guard lock(flow_->mutex);
     resumed = flow_->running && flow_->paused && flow_->failure.Ok();
-    flow_->paused = flow_->senders_wait = false;
+    flow_->paused = flow_->senders_wait = flow_->stepping = false;
     flow_->interrupted = false;
     if (!resumed) {
       flow_->failure = {};
@@ -538,7 +541,7 @@ PQPlatformResult Output::Stop() {
   {
     const std::lock_guard lock(flow_->mutex);
     flow_->interrupted = true;
-    flow_->running = flow_->paused = flow_->senders_wait = false;
+    flow_->running = flow_->paused = flow_->senders_wait = flow_->stepping = false;
     flow_->changed.notify_all();
   }
   if (pipeline_ != nullptr) gst_element_set_state(pipeline_.get(), GST_STATE_READY);
@@ -551,10 +554,14 @@ PQPlatformResult Output::Step() {
   {
     const std::lock_guard lock(flow_->mutex);
     if (!flow_->paused) return {kPlatformState, "only a paused graph goes frame by frame"};
+    if (flow_->stepping) return {kPlatformTimeout, "the frame before is not shown yet"};
+    flow_->stepping = true;
   }
   if (gst_element_send_event(render->element.get(), gst_event_new_step(GST_FORMAT_BUFFERS, 1, 1.0, TRUE, FALSE))) {
     return {};
   }
+  const std::lock_guard lock(flow_->mutex);
+  flow_->stepping = false;
   return {kPlatformFailed, "the device does not go frame by frame"};
 }
 

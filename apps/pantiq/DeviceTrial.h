@@ -1,0 +1,16 @@
+// Trying a device in a process of its own: a toolkit may end the process that asks for a display which is not there.
+#pragma once
+#include <string>
+
+#include "pantiq/platform/PQMediaOutput.h"
+
+namespace pantiq::app {
+
+// Opens the device in a child of this program. A child that crashes or does not answer within five seconds is a device
+// that does not work.
+PQDeviceTrial TryDevice(PQDeviceCategory category, const std::string& id);
+
+// The child's side: `category` is "video" or "audio".
+int AnswerDeviceTrial(const std::string& category, const std::string& id);
+
+}  // namespace pantiq::app
