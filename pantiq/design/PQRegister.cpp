@@ -37,6 +37,8 @@
 #include "pantiq/flow/PQSwitch.h"
 #include "pantiq/media/PQASFLogger.h"
 #include "pantiq/media/PQASFPlayer.h"
+#include "pantiq/media/PQDSVideoCompressor.h"
+#include "pantiq/media/PQDSVideoDecompressor.h"
 #include "pantiq/media/PQDSVideoOut.h"
 #include "pantiq/media/PQVideoCompressor.h"
 #include "pantiq/media/PQVideoDecompressor.h"
@@ -46,12 +48,14 @@
 namespace pantiq {
 
 void RegisterAll() {
+  PQDSVideoDecompressor::Register();
   PQRealToFrame::Register();
   PQChangeRate::Register();
   PQColorsToReal::Register();
   PQASFPlayer::Register();
   PQSwitch::Register();
   PQChangeFormat::Register();
+  PQDSVideoCompressor::Register();
   PQSnapshot::Register();
   PQMorphFilter::Register();
   PQImageAdjust::Register();

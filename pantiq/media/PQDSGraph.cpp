@@ -14,8 +14,8 @@ const PQClassInfo& TDSGraph::Class() {
   return info;
 }
 
-TDSGraph::TDSGraph(TComponent& owner, const TJCObject& lock, std::function<void(long event)> on_event)
-    : owner_(owner), lock_(lock), on_event_(std::move(on_event)) {}
+TDSGraph::TDSGraph(TComponent& owner, const TJCObject& lock, std::function<void(long event)> on_event, Maker maker)
+    : owner_(owner), lock_(lock), on_event_(std::move(on_event)), maker_(std::move(maker)) {}
 
 TDSGraph::~TDSGraph() { ReleaseGraph(); }
 
@@ -27,7 +27,7 @@ bool TDSGraph::CreateGraph() {
     Error("The media engine is not installed.", result);
     return false;
   }
-  std::shared_ptr<PQMediaGraph> graph = module->CreateGraph(result);
+  std::shared_ptr<PQMediaGraph> graph = maker_ ? maker_(*module, result) : module->CreateGraph(result);
   if (graph == nullptr || !result.Ok()) {
     Error("The media engine does not start.", result);
     return false;

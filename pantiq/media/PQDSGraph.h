@@ -8,7 +8,7 @@
 
 #include "pantiq/core/JCStdTypes.h"
 #include "pantiq/host/PQComponent.h"
-#include "pantiq/platform/PQMediaGraph.h"
+#include "pantiq/platform/PQMediaModule.h"
 
 namespace pantiq {
 
@@ -20,8 +20,11 @@ class PQ_EXPORT TDSGraph final : public TPersistent {
  public:
   static const PQClassTag kTag;
   static const PQClassInfo& Class();
+  // Makes the kind of graph that the owner builds; null with a result if there is none.
+  using Maker = std::function<std::shared_ptr<PQMediaGraph>(PQMediaModule& module, PQPlatformResult& result)>;
   // `lock` is the owner's and outlives the graph. `on_event` hears of what a running graph tells, with a platform code.
-  TDSGraph(TComponent& owner, const TJCObject& lock, std::function<void(long event)> on_event);
+  // Without a maker the graph records.
+  TDSGraph(TComponent& owner, const TJCObject& lock, std::function<void(long event)> on_event, Maker maker = {});
   ~TDSGraph() override;
   const PQClassTag& Tag() const noexcept override { return kTag; }
   const PQClassInfo& ClassInfo() const override { return Class(); }
@@ -60,6 +63,7 @@ class PQ_EXPORT TDSGraph final : public TPersistent {
   TComponent& owner_;
   const TJCObject& lock_;
   std::function<void(long)> on_event_;
+  const Maker maker_;
   std::function<void(TComponent&)> before_run_;
   mutable std::mutex mutex_;  // a leaf: the reference
   std::shared_ptr<PQMediaGraph> graph_;

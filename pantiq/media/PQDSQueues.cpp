@@ -32,6 +32,11 @@ std::unique_ptr<TPQDSBufferNode> TPQDSBufferQueue::Get() {
   return node;
 }
 
+void TPQDSBufferQueue::WaitBelow(int most) {
+  std::unique_lock lock(mutex_);
+  changed_.wait(lock, [&] { return ended_ || static_cast<int>(nodes_.size()) < most; });
+}
+
 void TPQDSBufferQueue::End() {
   std::deque<std::unique_ptr<TPQDSBufferNode>> dropped;
   const std::lock_guard lock(mutex_);

@@ -33,6 +33,9 @@ class PQ_EXPORT TPQDSBufferQueue {
   // Gives the node's memory back; the pointer is empty afterwards.
   void DestroyBlock(std::unique_ptr<TPQDSBufferNode>& node) { node.reset(); }
 
+  // Waits until less than `most` nodes are queued, or the queue ends.
+  void WaitBelow(int most);
+
   void End();    // wakes everybody, drops what is queued
   void Rearm();  // empty and open again
   int ItemsCount() const;

@@ -12,7 +12,8 @@
 
 namespace pantiq {
 
-enum class PQFilterKind { VideoSource, AudioSource, AsfWriter };
+// The last three are for graphs of codecs, PQCodecGraph.h.
+enum class PQFilterKind { VideoSource, AudioSource, AsfWriter, BinarySource, SampleGrabber, NullRenderer };
 
 // A filter of a graph; 0 is none. Valid until the graph is destroyed or the filter removed.
 using PQFilterId = int;
@@ -45,6 +46,7 @@ struct PQRecordingProfile {
   std::string muxer, video_encoder, audio_encoder;  // the platform's elements with their settings
 };
 
+// What a kind of graph has no use for fails in it.
 class PQ_EXPORT PQMediaGraph {
  public:
   virtual ~PQMediaGraph() = default;
@@ -63,15 +65,18 @@ class PQ_EXPORT PQMediaGraph {
 
   // Writer. SetFileName proves that the path can be written and leaves what stands there as it is; the file is replaced
   // when the running graph gets its first sample.
-  virtual PQPlatformResult QueryFileSink(PQFilterId writer) = 0;
-  virtual PQPlatformResult SetFileName(PQFilterId writer, const std::string& path) = 0;
-  virtual PQPlatformResult QueryAsfConfig(PQFilterId writer) = 0;
-  virtual PQPlatformResult ConfigureUsingProfile(PQFilterId writer, const PQRecordingProfile& profile) = 0;
-  virtual PQPlatformResult SetIndexMode(PQFilterId writer, bool on) = 0;
+  virtual PQPlatformResult QueryFileSink(PQFilterId) { return NoUse(); }
+  virtual PQPlatformResult SetFileName(PQFilterId, const std::string&) { return NoUse(); }
+  virtual PQPlatformResult QueryAsfConfig(PQFilterId) { return NoUse(); }
+  virtual PQPlatformResult ConfigureUsingProfile(PQFilterId, const PQRecordingProfile&) { return NoUse(); }
+  virtual PQPlatformResult SetIndexMode(PQFilterId, bool) { return NoUse(); }
 
   // Sources. `period` in 100 ns, 0 if not known. `buffer_milliseconds` guides the size of the source's buffers.
   virtual PQPlatformResult SetAudioFormat(PQFilterId source, const PQAudioFormat& format, bool flag,
-                                          int buffer_milliseconds) = 0;
+                                          int buffer_milliseconds) {
+    (void)source, (void)format, (void)flag, (void)buffer_milliseconds;
+    return NoUse();
+  }
   virtual PQPlatformResult SetVideoSize(PQFilterId source, int width, int height, std::int64_t period) = 0;
 
   // Wires `from` through `via` (0: nothing) into `to`, with whatever is needed between. Where a codec is involved, one
@@ -84,7 +89,7 @@ class PQ_EXPORT PQMediaGraph {
 
   // Samples. A call waits while the graph has enough to do, and answers an error once the graph has failed.
   virtual PQPlatformResult SendVideo(PQFilterId source, const PQPlatformBlock& frame) = 0;
-  virtual PQPlatformResult SendAudio(PQFilterId source, const PQPlatformBlock& block) = 0;
+  virtual PQPlatformResult SendAudio(PQFilterId, const PQPlatformBlock&) { return NoUse(); }
 
   // No more samples come from this source. After the last source's end, Drain waits until everything is written; it
   // gives up when nothing has left the encoders for `limit_milliseconds`.
@@ -93,6 +98,9 @@ class PQ_EXPORT PQMediaGraph {
 
   // Ends every wait inside SendVideo and SendAudio, now and until the next Run, and a Drain that is under way.
   virtual void Interrupt() = 0;
+
+ protected:
+  static PQPlatformResult NoUse() { return {kPlatformState, "this kind of graph does not do that"}; }
 };
 
 }  // namespace pantiq

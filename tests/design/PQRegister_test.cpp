@@ -74,8 +74,8 @@ struct EveryClass : testing::Test {
 TEST_F(EveryClass, StandsOnThePageOnceInTheOrderOfThePalette) {
   RegisterAll();  // again
   const std::vector<std::string> palette = {
-      "TPQRealToFrame", "TPQChangeRate", "TPQColorsToReal", "TPQASFPlayer", "TPQSwitch", "TPQChangeFormat",
-      "TPQSnapshot", "TPQMorphFilter", "TPQImageAdjust", "TPQFreeFrame", "TPQUniformNoise", "TPQBoxFilter",
+      "TPQDSVideoDecompressor", "TPQRealToFrame", "TPQChangeRate", "TPQColorsToReal", "TPQASFPlayer", "TPQSwitch",
+      "TPQChangeFormat", "TPQDSVideoCompressor", "TPQSnapshot", "TPQMorphFilter", "TPQImageAdjust", "TPQFreeFrame", "TPQUniformNoise", "TPQBoxFilter",
       "TPQFixedFilter", "TPQGaussNoise", "TPQGrayScale", "TPQHistogram", "TPQJaehneGen", "TPQColorTwist",
       "TPQGammaFilter", "TPQMirror", "TPQRotate", "TPQShear", "TPQResize", "TPQWarp", "TPQCombine",
       "TPQImageGen", "TPQFrameChange", "TPQColorSplit", "TPQApplyMask", "TPQTransparentColor",

@@ -41,6 +41,8 @@ constexpr std::array kPackages = {
     ElementPackage{"x264enc", "gstreamer1.0-plugins-ugly"},
 };
 
+const char* FormatName(PQVideoSubtype subtype) { return subtype == PQVideoSubtype::Yuy2 ? "YUY2" : "BGR"; }
+
 }  // namespace
 
 PQPlatformResult Initialise() {
@@ -174,6 +176,18 @@ void FrameRate(std::int64_t period, int& numerator, int& denominator) {
   numerator = 0, denominator = 1;
   if (period < 1) return;
   gst_video_guess_framerate(static_cast<GstClockTime>(period * kNanosecondsPerUnit), &numerator, &denominator);
+}
+
+int RowBytes(PQVideoSubtype subtype, int width) {
+  return subtype == PQVideoSubtype::Yuy2 ? (width + 1) / 2 * 4 : width * 3;
+}
+
+CapsPtr VideoCaps(PQVideoSubtype subtype, int width, int height, std::int64_t period) {
+  int numerator = 0, denominator = 1;
+  FrameRate(period, numerator, denominator);
+  return CapsPtr(gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, FormatName(subtype), "width", G_TYPE_INT,
+                                     width, "height", G_TYPE_INT, height, "framerate", GST_TYPE_FRACTION, numerator,
+                                     denominator, "pixel-aspect-ratio", GST_TYPE_FRACTION, 1, 1, nullptr));
 }
 
 }  // namespace pantiq::gst

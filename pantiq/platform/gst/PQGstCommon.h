@@ -8,7 +8,7 @@
 #include <mutex>
 #include <string>
 
-#include "pantiq/platform/PQPlatform.h"
+#include "pantiq/platform/PQMediaGraph.h"
 
 namespace pantiq::gst {
 
@@ -19,12 +19,14 @@ struct MiniUnref {
   void operator()(GstCaps* caps) const { gst_caps_unref(caps); }
   void operator()(GstSample* sample) const { gst_sample_unref(sample); }
   void operator()(GstMessage* message) const { gst_message_unref(message); }
+  void operator()(GstBuffer* buffer) const { gst_buffer_unref(buffer); }
 };
 using ElementPtr = std::unique_ptr<GstElement, ObjectUnref>;
 using PadPtr = std::unique_ptr<GstPad, ObjectUnref>;
 using CapsPtr = std::unique_ptr<GstCaps, MiniUnref>;
 using SamplePtr = std::unique_ptr<GstSample, MiniUnref>;
 using MessagePtr = std::unique_ptr<GstMessage, MiniUnref>;
+using BufferPtr = std::unique_ptr<GstBuffer, MiniUnref>;
 
 // GStreamer counts in nanoseconds, the library in units of 100 ns.
 inline constexpr std::int64_t kNanosecondsPerUnit = 100;
@@ -58,5 +60,10 @@ GstBuffer* WrapBlock(const PQPlatformBlock& block, std::shared_ptr<const void> r
 
 // Frames per second of a period in 100 ns: the usual fractions where they fit, 0/1 if there is none.
 void FrameRate(std::int64_t period, int& numerator, int& denominator);
+
+// Raw video of a source: the bytes of a row without padding, and the caps of square pixels. `period` in 100 ns, 0 if
+// not known.
+int RowBytes(PQVideoSubtype subtype, int width);
+CapsPtr VideoCaps(PQVideoSubtype subtype, int width, int height, std::int64_t period);
 
 }  // namespace pantiq::gst

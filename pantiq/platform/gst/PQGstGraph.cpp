@@ -116,19 +116,6 @@ GstPadProbeReturn OnRestamp(GstPad*, GstPadProbeInfo* info, gpointer data) {
   return GST_PAD_PROBE_OK;
 }
 
-const char* FormatName(PQVideoSubtype subtype) { return subtype == PQVideoSubtype::Yuy2 ? "YUY2" : "BGR"; }
-int RowBytes(PQVideoSubtype subtype, int width) {
-  return subtype == PQVideoSubtype::Yuy2 ? (width + 1) / 2 * 4 : width * 3;
-}
-
-CapsPtr VideoCaps(PQVideoSubtype subtype, int width, int height, std::int64_t period) {
-  int numerator = 0, denominator = 1;
-  FrameRate(period, numerator, denominator);
-  return CapsPtr(gst_caps_new_simple("video/x-raw", "format", G_TYPE_STRING, FormatName(subtype), "width", G_TYPE_INT,
-                                     width, "height", G_TYPE_INT, height, "framerate", GST_TYPE_FRACTION, numerator,
-                                     denominator, "pixel-aspect-ratio", GST_TYPE_FRACTION, 1, 1, nullptr));
-}
-
 class Graph final : public PQMediaGraph {
  public:
   Graph() : flow_(std::make_shared<Flow>()) {}

@@ -1,6 +1,8 @@
 // The one exported function of the module.
 #include "pantiq/platform/PQMediaModule.h"
+#include "pantiq/platform/gst/PQGstCodecGraph.h"
 #include "pantiq/platform/gst/PQGstCommon.h"
+#include "pantiq/platform/gst/PQGstCompressors.h"
 #include "pantiq/platform/gst/PQGstDevices.h"
 #include "pantiq/platform/gst/PQGstEffects.h"
 #include "pantiq/platform/gst/PQGstGraph.h"
@@ -20,6 +22,17 @@ class Module final : public PQMediaModule {
   std::unique_ptr<PQMediaGraph> CreateGraph(PQPlatformResult& result) override {
     result = Initialise();
     return result.Ok() ? MakeGraph() : nullptr;
+  }
+  std::unique_ptr<PQCodecGraph> CreateCodecGraph(PQPlatformResult& result) override {
+    result = Initialise();
+    return result.Ok() ? MakeCodecGraph() : nullptr;
+  }
+  PQPlatformResult EnumFilters(PQFilterCategory, std::vector<PQFilterInfo>& filters) override {
+    return ListCompressors(filters);
+  }
+  PQPlatformResult TryCompressor(const std::string& moniker, const std::string& settings,
+                                 PQCompressorTrial& trial) override {
+    return gst::TryCompressor(moniker, settings, trial);
   }
   std::unique_ptr<PQEffects> CreateEffects(PQPlatformResult& result) override {
     result = Initialise();
