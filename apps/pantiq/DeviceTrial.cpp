@@ -21,7 +21,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr auto kLimit = std::chrono::seconds(5);
+constexpr auto kTrialLimit = std::chrono::seconds(5);
 
 const char* NameOf(PQDeviceCategory category) {
   return category == PQDeviceCategory::VideoRenderer ? "video" : "audio";
@@ -29,7 +29,7 @@ const char* NameOf(PQDeviceCategory category) {
 
 // What the child wrote, until it ends or the time is over.
 bool ReadAll(int pipe, std::string& text) {
-  const auto until = std::chrono::steady_clock::now() + kLimit;
+  const auto until = std::chrono::steady_clock::now() + kTrialLimit;
   for (;;) {
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now()).count();

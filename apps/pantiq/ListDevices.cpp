@@ -40,7 +40,7 @@ Json All(PQDeviceCategory category, std::string& missing) {
   return all;
 }
 
-std::string Outcome(const Json& device) {
+std::string DeviceOutcome(const Json& device) {
   if (!device["usable"]) return "not usable: " + device["reason"].get<std::string>();
   std::string text = "usable";
   for (const Json& limit : device["limits"]) text += (text == "usable" ? ": " : "; ") + limit.get<std::string>();
@@ -59,7 +59,7 @@ std::string Table(const std::string& head, const Json& devices, const std::strin
     const std::string line = "  " + Padded(device["name"].get_ref<const std::string&>(), name + 2) +
                              Padded(device["device"].get_ref<const std::string&>(), id + 2);
     text += line +
-            Wrapped(Outcome(device) + (device["default"] ? " (Default)" : ""), static_cast<int>(line.size()),
+            Wrapped(DeviceOutcome(device) + (device["default"] ? " (Default)" : ""), static_cast<int>(line.size()),
                     std::max(120, static_cast<int>(line.size()) + 50)) +
             "\n";
   }
@@ -82,7 +82,7 @@ int ListDevices(bool json) {
   return PrintResult(
       Table("For TPQDSVideoOut VideoOutputDevice.Device, by name or by the text beside it:", video, no_video) + "\n" +
       Table("For AudioOutputDevice.Device:", audio, no_audio) +
-      "\nVideoOutputDevice.Device='dv:PATH' writes digital video to a device or a new file; " + Outcome(digital) +
+      "\nVideoOutputDevice.Device='dv:PATH' writes digital video to a device or a new file; " + DeviceOutcome(digital) +
       ".\n");
 }
 

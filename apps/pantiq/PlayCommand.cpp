@@ -23,12 +23,12 @@ constexpr std::int64_t kJump = 50000000;  // of the arrow keys, 100 ns
 constexpr int kLook = 50;                 // ms between two looks at what happens
 constexpr int kLookAtSteps = 5;           // while frames are wanted one by one
 
-std::atomic<int> g_signal{0};
+std::atomic<int> g_play_signal{0};
 
 // The first signal ends the playing properly, the second one the process.
 extern "C" void OnPlaySignal(int number) {
   int none = 0;
-  if (g_signal.compare_exchange_strong(none, number)) return;
+  if (g_play_signal.compare_exchange_strong(none, number)) return;
   Keys::Restore();
   std::signal(number, SIG_DFL);
   std::raise(number);
@@ -245,7 +245,7 @@ int Player::Play() {
   }
   out_.InputPin.SetProbe(&video_);
   out_.AudioInputPin.SetProbe(&audio_);
-  g_signal.store(0);
+  g_play_signal.store(0);
   struct sigaction action {};
   action.sa_handler = OnPlaySignal;
   sigemptyset(&action.sa_mask);
@@ -257,13 +257,13 @@ int Player::Play() {
     Keys keys;
     if (live_ && keys.Any()) PrintError("space pauses, arrows jump by 5 seconds, . shows the next frame, q quits");
     Start(static_cast<std::int64_t>(arguments_.from * 1e7 + 0.5));
-    while (!quit_ && !closed_.load() && g_signal.load() == 0 && Failure().empty() && !video_.NoPicture()) {
+    while (!quit_ && !closed_.load() && g_play_signal.load() == 0 && Failure().empty() && !video_.NoPicture()) {
       if (video_.Over() && !held_) break;
       Act(keys.Next(steps_ > 0 ? kLookAtSteps : kLook));
       if (steps_ > 0 && out_.Step()) --steps_;
       Show(false);
     }
-    const bool to_the_end = Failure().empty() && !quit_ && !closed_.load() && g_signal.load() == 0;
+    const bool to_the_end = Failure().empty() && !quit_ && !closed_.load() && g_play_signal.load() == 0;
     End(to_the_end);
     Show(true);
   }
@@ -284,7 +284,7 @@ int Player::Play() {
                   closed_.load() ? "; the window was closed" : "");
     PrintError(text);
   }
-  return g_signal.load() != 0 ? kExitSignal + g_signal.load() : kExitOk;
+  return g_play_signal.load() != 0 ? kExitSignal + g_play_signal.load() : kExitOk;
 }
 
 }  // namespace
