@@ -4,12 +4,12 @@
 # where they are not. Figures belong to the machine they were measured on; use a quiet one.
 #
 #   ./bench.sh                everything
-#   ./bench.sh hop kernels combine graphs effects plugins peers   only these
+#   ./bench.sh hop kernels combine graphs effects plugins screen peers   only these
 #   PANTIQ_PEERS=FOLDER       where the comparison lives (../shared/peer-bench)
 set -euo pipefail
 cd "$(dirname "$0")"
 parts=("$@")
-[ ${#parts[@]} -gt 0 ] || parts=(hop kernels combine graphs effects plugins peers)
+[ ${#parts[@]} -gt 0 ] || parts=(hop kernels combine graphs effects plugins screen peers)
 peers=${PANTIQ_PEERS:-../shared/peer-bench}
 
 ./setup.sh
@@ -44,6 +44,22 @@ for part in "${parts[@]}"; do
       echo; echo "== what a plug-in costs beside its own work"
       $bin/bench_plugins
       ;;
+    screen)
+      echo; echo "== video on a virtual display, 60 frames per second for a minute"
+      if [ ! -x $bin/bench_out ]; then
+        echo "skipped: built without PANTIQ_MEDIA"
+      elif ! command -v Xvfb >/dev/null; then
+        echo "skipped: no virtual display (./setup.sh installs xvfb)"
+      else
+        number=$(mktemp)
+        Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$number" 2>/dev/null &
+        server=$!
+        until [ -s "$number" ] || ! kill -0 $server 2>/dev/null; do sleep 0.1; done
+        DISPLAY=":$(cat "$number")" $bin/bench_out || true
+        kill $server; wait $server 2>/dev/null || true
+        rm -f "$number"
+      fi
+      ;;
     peers)
       echo; echo "== beside OpenCV and GStreamer"
       if [ ! -f "$peers/Makefile" ]; then
@@ -70,7 +86,7 @@ for part in "${parts[@]}"; do
       done
       ;;
     *)
-      echo "bench: unknown part '$part'; expected hop, kernels, combine, graphs, effects, plugins or peers" >&2
+      echo "bench: unknown part '$part'; expected hop, kernels, combine, graphs, effects, plugins, screen or peers" >&2
       exit 2
       ;;
   esac
