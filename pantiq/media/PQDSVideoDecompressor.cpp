@@ -132,6 +132,8 @@ TJCNotifyResult TPQDSVideoDecompressor::StartDecompression(TJCStartSampleRateOpe
   frame_number_.store(0);
   resume_sent_.store(false);
   failure_told_ = false;
+  size_told_.store(false);
+  announced_width_.store(width), announced_height_.store(height);
   queue_.Rearm();
   queue_.SetSize(width, height, vfRGB24);
   if (!GetGraphI()) return {};
@@ -350,6 +352,17 @@ void TPQDSVideoDecompressor::DoDecompression(const IRWDataBuffer& buffer) {
 void TPQDSVideoDecompressor::NewVideoBuffer(const PQPlatformBlock& sample) {
   std::int64_t length = sample.end - sample.begin;
   if (kNominalLength / 4 > length / 4) length = kNominalLength;
+  if (sample.step > 0) {
+    const std::int64_t row = std::int64_t{announced_width_.load()} * 3, rows = announced_height_.load();
+    const bool fits =
+        sample.step >= row && sample.step <= row + 3 && static_cast<std::int64_t>(sample.size) == sample.step * rows;
+    if (!fits && !size_told_.exchange(true)) {
+      Report(this, PQSeverity::Warning, "the blocks hold frames of another size than Width by Height", kPlatformFormat,
+             "about " + std::to_string(sample.step / 3) + " by " +
+                 std::to_string(static_cast<std::int64_t>(sample.size) / sample.step) + " pixels; " +
+                 std::to_string(row / 3) + " by " + std::to_string(rows) + " are taken, what is missing is black");
+    }
+  }
   const std::int64_t start = output_clock_;
   output_clock_ = start + length;
   if (!queue_.PushBuffer(sample, start, output_clock_)) return;

@@ -77,6 +77,8 @@ class PQ_EXPORT TPQDSVideoDecompressor final : public TComponent {
   std::atomic<std::int32_t> width_{240}, height_{180};
   std::atomic<bool> running_{false}, resume_sent_{false};
   std::atomic<std::int32_t> frame_number_{0};
+  std::atomic<std::int32_t> announced_width_{0}, announced_height_{0};
+  std::atomic<bool> size_told_{false};
   TPQVideoBufferQueueThread queue_;
 
   // Of a thread of the graph, while it runs:

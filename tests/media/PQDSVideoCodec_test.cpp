@@ -17,7 +17,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-std::ptrdiff_t Count(const Lines& lines, const std::string& line) {
+std::ptrdiff_t CountOf(const Lines& lines, const std::string& line) {
   return std::count(lines.begin(), lines.end(), line);
 }
 
@@ -158,7 +158,7 @@ const Lines kCompressorHead = {"CreateGraph",
                                "SetCallback grabber",
                                "SetMediaType grabber video"};
 
-Lines Join(Lines a, const Lines& b) {
+Lines Behind(Lines a, const Lines& b) {
   a.insert(a.end(), b.begin(), b.end());
   return a;
 }
@@ -172,7 +172,7 @@ TEST_F(CompressorTest, BuildsInTheStatedOrder) {
     EXPECT_EQ(state.log.Count("Run"), 0);
   });
   source.StartVideo(16, 8);
-  EXPECT_EQ(state.log.Calls(), Join(kCompressorHead, {"Add SampleGrabler", "Render source grabber", "Run"}));
+  EXPECT_EQ(state.log.Calls(), Behind(kCompressorHead, {"Add SampleGrabler", "Render source grabber", "Run"}));
   EXPECT_TRUE(codec->IsRunning());
   EXPECT_TRUE(codec->GetGraph().IsRegistered());
   EXPECT_EQ(before_run, 1);
@@ -191,8 +191,8 @@ TEST_F(CompressorTest, BuildsInTheStatedOrder) {
   source.StartVideo(16, 8);
   const Lines second = {"Add VideoCompressor", "Render source codec",  "ApplySettings quality=3",
                         "Add SampleGrabler",   "Render codec grabber", "ApplySettings quality=3"};
-  EXPECT_EQ(state.log.Calls(),
-            Join(Join(kCompressorHead, {"Bind gst:element=first", "Bind gst:element=second"}), Join(second, {"Run"})));
+  EXPECT_EQ(state.log.Calls(), Behind(Behind(kCompressorHead, {"Bind gst:element=first", "Bind gst:element=second"}),
+                                      Behind(second, {"Run"})));
   ASSERT_EQ(reports.All().size(), 1u);
   EXPECT_EQ(reports.All()[0].text, "The compressor 'gst:element=first' can't be used; 'second' is.");
   EXPECT_EQ(reports.All()[0].detail, "the fake fails at Bind gst:element=first");
@@ -283,7 +283,7 @@ TEST_F(CompressorTest, ACompressorThatFailsIsTakenOutAgain) {
     EXPECT_TRUE(codec->IsRunning());
     Lines calls = state.log.Calls();
     calls.erase(calls.begin(), std::find(calls.begin(), calls.end(), failing.step) + 1);
-    EXPECT_EQ(calls, Join(failing.then, {"Add SampleGrabler", "Render source grabber", "Run"}));
+    EXPECT_EQ(calls, Behind(failing.then, {"Add SampleGrabler", "Render source grabber", "Run"}));
     EXPECT_EQ(reports.Texts(),
               (Lines{"The compressor 'it' can't be used, and no other; the stream is not compressed."}));
     source.VideoPin.Stop();
@@ -409,7 +409,7 @@ TEST_F(CompressorTest, ResumeIsSentOnce) {
     source.VideoPin.Stop();
   }
   const Lines log = sink.Log();
-  EXPECT_EQ(Count(log, "TJCRWResumeOperation"), 1);
+  EXPECT_EQ(CountOf(log, "TJCRWResumeOperation"), 1);
   EXPECT_EQ(log.at(4), "TJCRWResumeOperation");  // behind the start and three blocks
 }
 
@@ -566,9 +566,9 @@ const Lines kGrabberSteps = {"SetBufferSamples grabber", "SetOneShot grabber", "
 
 TEST_F(DecompressorTest, BuildsInTheStatedOrder) {
   source.Start(0, 25);
-  EXPECT_EQ(state.log.Calls(), Join(Join(kDecompressorHead, kGrabberSteps),
-                                    {"SetStreamForm rgb24 384", "Add SampleGrabler", "Render binary grabber",
-                                     "Render grabber null", "Remove source", "Run"}));
+  EXPECT_EQ(state.log.Calls(), Behind(Behind(kDecompressorHead, kGrabberSteps),
+                                      {"SetStreamForm rgb24 384", "Add SampleGrabler", "Render binary grabber",
+                                       "Render grabber null", "Remove source", "Run"}));
   EXPECT_TRUE(codec->IsRunning());
   EXPECT_TRUE(codec->GetGraph().IsRegistered());
   EXPECT_EQ(sink.Log(), (Lines{"v start 16 8 400000"}));
@@ -586,14 +586,14 @@ TEST_F(DecompressorTest, BuildsInTheStatedOrder) {
   const Lines end = {"Remove source", "Remove codec", "Run"};
   state.log.Clear();
   source.Start(0, 25);
-  EXPECT_EQ(state.log.Calls(), Join(Join(kDecompressorHead, wired), Join(kGrabberSteps, end)));
+  EXPECT_EQ(state.log.Calls(), Behind(Behind(kDecompressorHead, wired), Behind(kGrabberSteps, end)));
   source.Pin.Stop();
   // Where the grabber cannot be wired on, it is from the decoder.
   state.log.Clear();
   state.log.FailStep("Render grabber null");
   source.Start(0, 25);
-  EXPECT_EQ(state.log.Calls(),
-            Join(Join(kDecompressorHead, Join(wired, {"Render decoder by grabber null"})), Join(kGrabberSteps, end)));
+  EXPECT_EQ(state.log.Calls(), Behind(Behind(kDecompressorHead, Behind(wired, {"Render decoder by grabber null"})),
+                                      Behind(kGrabberSteps, end)));
   EXPECT_TRUE(reports.Texts().empty());
 }
 
@@ -642,7 +642,7 @@ TEST_F(DecompressorTest, EveryFailureHasItsText) {
     }
     source.Send(384, 1);
     EXPECT_EQ(Frames(), 0);  // dropped
-    EXPECT_EQ(Count(sink.Log(), "v start 16 8 400000"), 0);
+    EXPECT_EQ(CountOf(sink.Log(), "v start 16 8 400000"), 0);
     source.Pin.Stop();
   }
 }
@@ -670,7 +670,7 @@ TEST_F(DecompressorTest, ACompressorThatFailsIsTakenOutAgain) {
     Lines calls = state.log.Calls();
     calls.erase(calls.begin(), std::find(calls.begin(), calls.end(), failing.step) + 1);
     calls.resize(failing.then.size() + kGrabberSteps.size());
-    EXPECT_EQ(calls, Join(failing.then, kGrabberSteps));
+    EXPECT_EQ(calls, Behind(failing.then, kGrabberSteps));
     EXPECT_EQ(state.log.Count("SetStreamForm rgb24"), 1);
     EXPECT_EQ(reports.Texts(),
               (Lines{"The compressor 'it' can't be used, and no other; the stream is not compressed."}));
@@ -721,7 +721,7 @@ TEST_F(DecompressorTest, FramesHaveStampsAndNumbers) {
   EXPECT_EQ(sink.Frames().back().begin, 0);
   EXPECT_EQ(sink.Frames().back().end, 400000);
   EXPECT_EQ(sink.Frames().back().number, 0);
-  EXPECT_EQ(Count(sink.Log(), "v TJCRWResumeOperation"), 2);
+  EXPECT_EQ(CountOf(sink.Log(), "v TJCRWResumeOperation"), 2);
 }
 
 // Samples of any size become frames of the size: what is missing is black.
