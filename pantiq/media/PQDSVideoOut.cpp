@@ -28,6 +28,7 @@ constexpr const char* kNoStart = "Can't start render.";
 
 constexpr auto kTailLimit = std::chrono::milliseconds(2000);  // that a proper end may take
 constexpr std::int64_t kUnknownPeriod = 400000;               // stands in where no frame rate is known
+constexpr std::uint64_t kLongestFrame = 36000000000;          // an hour; what says more is no duration
 constexpr std::int64_t kShortestTick = 10000;                 // 100 ns
 constexpr int kMostPumps = 100;                               // that wait for a source that is behind
 
@@ -240,24 +241,33 @@ void TPQDSVideoOut::ProcessStreams(bool) {
 
 // As the one who works on the lists, until there is nothing more to do; then gives that up.
 void TPQDSVideoOut::Work() {
-  for (;;) {
-    {
-      const std::lock_guard lock(drain_mutex_);
-      drain_wanted_ = false;
-    }
-    for (bool consumed = true; consumed;) {
-      consumed = false;
-      if (PQOperationRef op = Next(video_list_)) consumed = IntVideoDispatch(std::move(op));
-      if (PQOperationRef op = Next(audio_list_)) consumed = IntAudioDispatch(std::move(op)) || consumed;
-      consumed = consumed || ObeyStops();
-    }
-    data_waiting_.store(false);
-    const std::lock_guard lock(drain_mutex_);
-    if (drain_wanted_ && !ended_) continue;
+  const auto leave = [this] {
     draining_ = notify_pending_ = false;
     drainer_ = {};
     drain_changed_.notify_all();
-    return;
+  };
+  try {
+    for (;;) {
+      {
+        const std::lock_guard lock(drain_mutex_);
+        drain_wanted_ = false;
+      }
+      for (bool consumed = true; consumed;) {
+        consumed = false;
+        if (PQOperationRef op = Next(video_list_)) consumed = IntVideoDispatch(std::move(op));
+        if (PQOperationRef op = Next(audio_list_)) consumed = IntAudioDispatch(std::move(op)) || consumed;
+        consumed = consumed || ObeyStops();
+      }
+      data_waiting_.store(false);
+      const std::lock_guard lock(drain_mutex_);
+      if (drain_wanted_ && !ended_) continue;
+      leave();
+      return;
+    }
+  } catch (...) {  // no memory: whoever sent the operation hears of it, and the next one goes on
+    const std::lock_guard lock(drain_mutex_);
+    leave();
+    throw;
   }
 }
 
@@ -315,15 +325,14 @@ void TPQDSVideoOut::Exclusively(Action action) {
     draining_ = true;
     drainer_ = std::this_thread::get_id();
   }
-  action();
-  {
+  try {
+    action();
+  } catch (...) {
     const std::lock_guard lock(drain_mutex_);
-    if (!drain_wanted_ || ended_) {
-      draining_ = notify_pending_ = false;
-      drainer_ = {};
-      drain_changed_.notify_all();
-      return;
-    }
+    draining_ = false;
+    drainer_ = {};
+    drain_changed_.notify_all();
+    throw;
   }
   Work();
 }
@@ -629,7 +638,7 @@ void TPQDSVideoOut::PlayTail() {
     if (sound && audio_time_ <= video_time_) {
       const PQDataBufferRef& data = JCOperation<TJCSuppliedBufferOperation>(*sound)->Buffer;
       const auto* block = PQCast<const THTAudioBuffer>(data.Get());
-      more = block == nullptr || IntRenderAudio(*block, data) == block->GetByteSize();
+      more = block == nullptr || !IsAnnounced(*block) || IntRenderAudio(*block, data) == block->GetByteSize();
       if (more) (void)audio_list_.Pop();
       continue;
     }
@@ -760,8 +769,11 @@ bool TPQDSVideoOut::SendImage(const IRWDataBuffer& data) {
   auto image = PQMakeRef<TPQImageBuffer>(data);
   if (image->GetWidth() < 1 || image->GetHeight() < 1) return true;
   const TBXTimeStamp& stamp = data.GetTimeStamp();
-  std::int64_t duration = stamp.GetAvailable() ? stamp.GetEnd() - stamp.GetBegin() : period_;
-  if (duration < 1) duration = period_;
+  std::int64_t duration = period_;
+  if (stamp.GetAvailable()) {
+    const auto length = static_cast<std::uint64_t>(stamp.GetEnd()) - static_cast<std::uint64_t>(stamp.GetBegin());
+    if (length >= 1 && length <= kLongestFrame) duration = static_cast<std::int64_t>(length);
+  }
   Advise(duration);
 
   image->SetFormat(source_format_);
@@ -805,7 +817,7 @@ bool TPQDSVideoOut::RenderAudio(const PQOperationRef& op, const PQDataBufferRef&
     audio_list_.PushBack(op);
     return false;
   }
-  if (sound->GetChannels() != source_wave_.channels || sound->GetBitsPerSample() != source_wave_.bits_per_sample) {
+  if (!IsAnnounced(*sound)) {
     if (!sound_told_) {
       sound_told_ = true;
       Report(this, PQSeverity::Warning, "sound in another form than was announced is left out");
@@ -830,6 +842,10 @@ bool TPQDSVideoOut::RenderAudio(const PQOperationRef& op, const PQDataBufferRef&
   return true;
 }
 
+bool TPQDSVideoOut::IsAnnounced(const THTAudioBuffer& sound) const {
+  return sound.GetChannels() == source_wave_.channels && sound.GetBitsPerSample() == source_wave_.bits_per_sample;
+}
+
 // Sends what the device takes now; how many bytes that were. The sound's clock moves by their length or, for a block
 // without a stamp, by the frame period for the whole of it.
 std::int32_t TPQDSVideoOut::IntRenderAudio(const THTAudioBuffer& sound, const PQDataBufferRef& data) {
@@ -838,6 +854,7 @@ std::int32_t TPQDSVideoOut::IntRenderAudio(const THTAudioBuffer& sound, const PQ
   const std::int64_t bytes_per_second =
       std::max<std::int64_t>(std::int64_t{source_wave_.samples_per_second} * source_wave_.BlockAlign(), 1);
   const std::int64_t size = sound.GetByteSize();
+  if (size < 1) return 0;
   const auto length = [&](std::int64_t bytes) {
     return sound.GetTimeStamp().GetAvailable() ? bytes * 10000000 / bytes_per_second : period_ * bytes / size;
   };

@@ -138,6 +138,7 @@ class PQ_EXPORT TPQDSVideoOut final : public TComponent {
   bool RenderAudio(const PQOperationRef& op, const PQDataBufferRef& data);
   bool SendImage(const IRWDataBuffer& data);
   std::int32_t IntRenderAudio(const THTAudioBuffer& sound, const PQDataBufferRef& data);
+  bool IsAnnounced(const THTAudioBuffer& sound) const;
   bool SoundPlays() const { return audio_wanted_ && audio_source_ != 0; }
   bool IsOutdated() const;
 
