@@ -86,6 +86,50 @@ GstPadProbeReturn OnQuality(GstPad*, GstPadProbeInfo* info, gpointer data) {
   return GST_PAD_PROBE_DROP;
 }
 
+// At an input of the multiplexer, which takes stamps as they are: makes running time of them, and a plain segment of
+// the segment. The encoder shifts its stamps by an hour figure of its own and says so in the segment only.
+struct MuxStamps {
+  GstSegment segment;
+  bool known = false;
+};
+
+GstPadProbeReturn OnMuxInput(GstPad*, GstPadProbeInfo* info, gpointer data) {
+  auto* stamps = static_cast<MuxStamps*>(data);
+  if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM) != 0) {
+    GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
+    if (GST_EVENT_TYPE(event) != GST_EVENT_SEGMENT) return GST_PAD_PROBE_OK;
+    gst_event_copy_segment(event, &stamps->segment);
+    stamps->known = true;
+    GstSegment plain;
+    gst_segment_init(&plain, GST_FORMAT_TIME);
+    GstEvent* replaced = gst_event_new_segment(&plain);
+    gst_event_set_seqnum(replaced, gst_event_get_seqnum(event));
+    gst_event_unref(event);
+    GST_PAD_PROBE_INFO_DATA(info) = replaced;
+    return GST_PAD_PROBE_OK;
+  }
+  GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+  guint64 running = 0;
+  if (stamps->known && GST_BUFFER_PTS_IS_VALID(buffer)) {
+    if (gst_segment_to_running_time_full(&stamps->segment, GST_FORMAT_TIME, GST_BUFFER_PTS(buffer), &running) <= 0) {
+      running = 0;
+    }
+    GST_BUFFER_PTS(buffer) = GST_BUFFER_DTS(buffer) = running;
+  }
+  GST_PAD_PROBE_INFO_DATA(info) = buffer;
+  return GST_PAD_PROBE_OK;
+}
+
+// `element` is linked to the multiplexer by its one output.
+void StampForMux(GstElement* element) {
+  const PadPtr out(gst_element_get_static_pad(element, "src"));
+  const PadPtr in(gst_pad_get_peer(out.get()));
+  if (in == nullptr) return;
+  gst_pad_add_probe(in.get(),
+                    static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
+                    OnMuxInput, new MuxStamps, [](gpointer data) { delete static_cast<MuxStamps*>(data); });
+}
+
 // One wait on a clock.
 struct Advice {
   std::mutex mutex;
@@ -254,7 +298,7 @@ class Output final : public PQMediaOutput {
     filters_.push_back(std::move(filter));
     return static_cast<PQFilterId>(filters_.size());
   }
-  PQPlatformResult Wire(GstElement* from, const std::string& description, GstElement* to);
+  PQPlatformResult Wire(GstElement* from, const std::string& description, GstElement* to, bool to_mux = false);
   PQPlatformResult RenderDigitalVideo(Filter& source, Filter& render);
   PQPlatformResult Refusal() const;
   template <class HasRoom>
@@ -404,7 +448,7 @@ PQPlatformResult Output::SetDVFormat(PQFilterId encoder, const PQDVEncoderFormat
   return {};
 }
 
-PQPlatformResult Output::Wire(GstElement* from, const std::string& description, GstElement* to) {
+PQPlatformResult Output::Wire(GstElement* from, const std::string& description, GstElement* to, bool to_mux) {
   PQPlatformResult result;
   const ElementPtr chain = MakeBin(description, result);
   if (chain == nullptr) return result;
@@ -416,6 +460,7 @@ PQPlatformResult Output::Wire(GstElement* from, const std::string& description, 
     }
     return {kPlatformFormat, std::string("the device ") + GST_OBJECT_NAME(to) + " does not take the stream"};
   }
+  if (to_mux) StampForMux(chain.get());
   return {};
 }
 
@@ -441,7 +486,7 @@ PQPlatformResult Output::RenderDigitalVideo(Filter& source, Filter& render) {
       !result.Ok()) {
     return result;
   }
-  if (auto result = Wire(encoder->element.get(), "queue", mux->element.get()); !result.Ok()) return result;
+  if (auto result = Wire(encoder->element.get(), "queue", mux->element.get(), true); !result.Ok()) return result;
   if (!gst_element_link(mux->element.get(), render.element.get()))
     return {kPlatformFailed, "cannot wire the multiplexer"};
   source.wired = render.wired = mux->wired = encoder->wired = true;
@@ -473,7 +518,7 @@ PQPlatformResult Output::Render(PQFilterId from, PQFilterId via, PQFilterId to) 
     if (auto result = Wire(source->element.get(), "queue", wrapper->element.get()); !result.Ok()) return result;
     if (auto result =
             Wire(wrapper->element.get(), "audioresample ! audio/x-raw,format=S16LE,rate=48000,channels=2 ! queue",
-                 render->element.get());
+                 render->element.get(), true);
         !result.Ok()) {
       return result;
     }
