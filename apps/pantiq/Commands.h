@@ -24,6 +24,9 @@ struct RunArguments {
 inline constexpr std::int64_t kBenchFrames = 300;
 
 int RunGraph(const RunArguments& arguments);
+// `run.words` are the filters between the two files, in the words of a launch line; none copies the streams, decoded and
+// encoded again.
+int ConvertFile(const std::string& in, const std::string& out, RunArguments run);
 int BenchGraph(const RunArguments& arguments);
 int CheckGraph(const std::vector<std::string>& words, bool json);
 // `output` "-" is standard output.

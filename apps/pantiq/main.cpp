@@ -21,6 +21,7 @@ namespace {
 constexpr const char* kExamples = R"(Examples:
   pantiq run --frames 100 'TPQJaehneGen ! TPQMirror MirrorType=mtBoth ! checksum'
   pantiq run 'TPQASFPlayer FileName=in.mp4 ! TPQFixedFilter FilterType=ftSobelVert ! TPQASFLogger FileName=out.asf'
+  pantiq convert in.mp4 out.mkv TPQFixedFilter FilterType=ftSharpen
   pantiq run --seconds 2 'TPQJaehneGen ! y4m' | ffplay -
   pantiq save 'TPQJaehneGen ! TPQMirror ! checksum' -o mirror.pqg     (sinks of the program are refused)
   pantiq play in.mp4 --from 1m30s
@@ -150,6 +151,19 @@ int Main(int argc, char** argv) {
       "Events as JSON, one a line, on standard output (on standard error if a sink writes to the former)");
   run_command->add_flag("--quiet", run.quiet, "Say nothing but why the run failed")->excludes(json_flag);
 
+  std::string in_file, out_file;
+  CLI::App* convert = program.add_subcommand("convert", "Decode a file, run it through filters, encode it as another");
+  convert->add_option("in", in_file, "The file to read")->required()->type_name("IN");
+  convert->add_option("out", out_file, "The file to write; its ending says which container: asf, wmv, mkv, mp4, avi")
+      ->required()
+      ->type_name("OUT");
+  convert->add_option("filters", run.words, "Filters, as in a launch line: TPQMirror MirrorType=mtBoth ! TPQGrayScale")
+      ->type_name("FILTERS");
+  AddLimits(*convert, run);
+  AddMoments(*convert, run.moments);
+  convert->add_flag("--json", run.json, "Events as JSON, one a line, on standard output");
+  convert->add_flag("--quiet", run.quiet, "Say nothing but why it failed");
+
   CLI::App* check = program.add_subcommand("check", "Tell everything that is wrong with a graph, without running it");
   AddWords(*check, run.words);
   check->add_flag("--json", json, "Faults as JSON, one a line, on standard output");
@@ -228,6 +242,7 @@ int Main(int argc, char** argv) {
   RegisterAll();
   RegisterSinks();
   if (*run_command) return RunGraph(run);
+  if (*convert) return ConvertFile(in_file, out_file, run);
   if (*check) return CheckGraph(run.words, json);
   if (*play_command) return PlayFile(play);
   if (*list && codecs) return ListCodecs(json);

@@ -793,6 +793,28 @@ class Screens(Case):
         code, said = self.played(("0:01.", b" "), ("paused", b"." * 60), ("0:02.", b" "), ("0:03.", b"\x1b[C"),
                                  clip="sound.asf", mute=False)
         self.assertEqual(code, 0, said)
+class Convert(Case):
+    """One file into another."""
+
+    def test_every_container(self):
+        made = "TPQJaehneGen ImageSize.Width=64 ImageSize.Height=48 ! TPQASFLogger FileName='it''s.asf'"
+        done = subprocess.run([PANTIQ, "run", "--frames", "10", made], cwd=self.folder, capture_output=True)
+        if b"install" in done.stderr:
+            self.skipTest(done.stderr.decode())
+        self.assertEqual(done.returncode, 0, done.stderr)
+        for ending in ("asf", "wmv", "MKV", "mp4", "avi"):
+            with self.subTest(ending=ending):
+                self.pantiq("convert", "it's.asf", "out." + ending, "TPQMirror", "MirrorType=mtBoth", "!", "TPQGrayScale")
+                sums = self.pantiq("run", f"TPQASFPlayer FileName=out.{ending} ! checksum").out.splitlines()
+                self.assertEqual(len(sums), 10)
+                self.assertIn("64x48", sums[0])
+        self.pantiq("convert", "it's.asf", "cut.mkv", "--from", "80ms", "--frames", "3")
+        self.assertEqual(len(self.pantiq("run", "TPQASFPlayer FileName=cut.mkv ! checksum").out.splitlines()), 3)
+        self.refused("convert", "it's.asf", "cut.mkv", says=["cut.mkv", "--overwrite"])
+        self.refused("convert", "it's.asf", "out.mov", says=["'out.mov'", ".mp4"])
+        self.refused("convert", "none.mp4", "other.mp4", says=["none.mp4"])
+        self.refused("convert", "it's.asf", "other.mp4", "TPQMiror", says=["TPQMiror", "nearest is 'TPQMirror'"])
+        self.assertFalse(os.path.exists(self.path("other.mp4")))
 
 
 class Codecs(Case):
