@@ -73,8 +73,8 @@ int main() {
     Figure last{};
     int last_length = 0;
     for (int length : {1, 10, 100, 300}) {
-      subject_chain::Chain chain(kind, length, 16, 16);
-      const Figure figure = Measure(chain);
+      const auto chain = subject_chain::MakeChain(kind, length, 16, 16);
+      const Figure figure = Measure(*chain);
       std::printf("%-34s %8d %12.1f %12.1f", kind[0] == 'f' ? "enabled, no pixel changed" : "disabled", length, figure.least,
                   figure.median);
       if (last_length > 0) std::printf(" %14.1f", (figure.least - last.least) / (length - last_length));
@@ -84,11 +84,11 @@ int main() {
     }
   }
 
-  subject_chain::Chain chain("filter", 20, 640, 480);
-  for (int i = 0; i < 1000; ++i) chain.Push();
+  const auto chain = subject_chain::MakeChain("filter", 20, 640, 480);
+  for (int i = 0; i < 1000; ++i) chain->Push();
   const std::uint64_t copied = pantiq::PQFramePool::CopiedBytes();
   const long before = ResidentKiB();
-  for (int i = 0; i < 100000; ++i) chain.Push();
+  for (int i = 0; i < 100000; ++i) chain->Push();
   std::printf("\n100000 frames of 640x480 through 20 filters that change nothing: %llu bytes copied, %ld KiB more memory\n",
               static_cast<unsigned long long>(pantiq::PQFramePool::CopiedBytes() - copied), ResidentKiB() - before);
 

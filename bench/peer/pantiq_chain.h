@@ -71,8 +71,8 @@ class Chain {
   pantiq::PQImageRef frame_;
 };
 
-inline bench::Fn make_chain(const std::string& kind, int elements, int width, int height) {
-  if (kind != "pass" && kind != "filter" && kind != "mirror") return {};
+// `elements` filters of a kind between a source of gray-blue frames and a sink.
+inline std::shared_ptr<Chain> MakeChain(const std::string& kind, int elements, int width, int height) {
   Filters filters;
   for (int i = 0; i < elements; ++i) {
     if (kind == "mirror") {
@@ -86,8 +86,12 @@ inline bench::Fn make_chain(const std::string& kind, int elements, int width, in
   }
   auto frame = pantiq::PQMakeRef<pantiq::TPQImageBuffer>(width, height, pantiq::vfRGB24);
   frame->Fill(0x00405060);
-  auto chain = std::make_shared<Chain>(std::move(filters), std::move(frame));
-  return [chain] { chain->Push(); };
+  return std::make_shared<Chain>(std::move(filters), std::move(frame));
+}
+
+inline bench::Fn make_chain(const std::string& kind, int elements, int width, int height) {
+  if (kind != "pass" && kind != "filter" && kind != "mirror") return {};
+  return [chain = MakeChain(kind, elements, width, height)] { chain->Push(); };
 }
 
 }  // namespace subject_chain
