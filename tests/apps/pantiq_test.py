@@ -1137,7 +1137,7 @@ class ExampleGraphs(Case):
         self.assertEqual(made.returncode, 0, made.stderr)
         os.mkdir(self.path("out"))
         shutil.copy(self.path("in.mp4"), self.path("out/cockatoo.mp4"))
-        frames = {"25-to-60": 18, "60-to-25": 7, "two-in-turn": 12, "delayed-mirror": 4}
+        frames = {"25-to-60": 14, "60-to-25": 5, "two-in-turn": 12, "delayed-mirror": 4}
         for graph, text in self.graphs.items():
             with self.subTest(graph=graph):
                 self.write(graph, text.replace("FrameDelay = 20", "FrameDelay = 2").encode())
