@@ -40,6 +40,26 @@ frames=$(ffprobe -v error -count_frames -select_streams v -show_entries stream=n
 echo "file, mirror, file, 1280x720, $frames frames with sound, median of $runs runs in turn, seconds:"
 echo "  pantiq $a   GStreamer elements $b   ratio $(awk -v a="$a" -v b="$b" 'BEGIN { printf "%.2f", a / b }')"
 echo
+# The player alone: CPU seconds (user and system, every thread) of decoding the clip to colour and dropping the frames.
+player() { $pantiq run --quiet "TPQASFPlayer FileName='$clip' ! TPQSwitch Enabled=false"; }
+decoder() {
+  gst-launch-1.0 -q filesrc location="$clip" ! qtdemux ! h264parse ! avdec_h264 ! videoconvert ! video/x-raw,format=BGR ! \
+    fakesink sync=false >/dev/null 2>&1
+}
+cpu() {
+  local TIMEFORMAT='%U %S'
+  { time "$@"; } 2>&1 | awk 'NF == 2 { printf "%.3f\n", $1 + $2 }'
+}
+player && decoder
+: >"$out/player.txt" && : >"$out/decoder.txt"
+for _ in $(seq "$runs"); do
+  cpu player >>"$out/player.txt"
+  cpu decoder >>"$out/decoder.txt"
+done
+a=$(median "$out/player.txt") b=$(median "$out/decoder.txt")
+echo "player without a sink, median of $runs runs in turn, CPU seconds:"
+echo "  pantiq $a   decoder, videoconvert to BGR, fakesink $b   ratio $(awk -v a="$a" -v b="$b" 'BEGIN { printf "%.2f", a / b }')"
+echo
 for line in 'TPQJaehneGen ImageSize.Width=1920 ImageSize.Height=1080 ! TPQMirror MirrorType=mtVertical ! checksum FileName=/dev/null' \
   'TPQJaehneGen ImageSize.Width=1920 ImageSize.Height=1080 ! TPQUniformNoise High=40 ! TPQMirror ! TPQCrop Region.Width=1280 Region.Height=720 ! checksum FileName=/dev/null'; do
   echo "$line"
