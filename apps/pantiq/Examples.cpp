@@ -21,7 +21,8 @@ struct Ends {
 const JCStreamType* StreamOf(TPersistent* part) {
   if (auto* pin = PQCast<TJCPin>(part)) return &pin->GetStreamType();
   auto* list = PQCast<TJCPinList>(part);
-  return list != nullptr && list->GetCount() > 0 ? &list->GetPin(0)->GetStreamType() : nullptr;
+  TJCPin* const pin = list != nullptr ? list->FreePin() : nullptr;  // some lists begin empty
+  return pin != nullptr ? &pin->GetStreamType() : nullptr;
 }
 
 Ends EndsOf(TComponent& object) {
@@ -82,6 +83,7 @@ std::string ExampleOf(const PQClassInfo& info) {
   if (!ends.more.empty()) line += " Name=it";
   if (!ends.reads.empty()) line += " " + ends.reads + (ends.reads == "FilterFileName" ? "=effect.so" : "=in.mp4");
   if (!ends.writes.empty()) line += " " + ends.writes + "=out.asf";
+  if (info.Find("PreserveFrameRate") != nullptr) line += " PreserveFrameRate=true";  // gives nothing of its own accord
   if (ends.out == &kPQImageStream) line += " ! checksum";
   if (ends.out == &kRWRealStream) line += " ! numbers";
   for (const std::string& pin : ends.more) line += "  " + generator + " ! it." + pin;
