@@ -64,10 +64,11 @@ class Watch final : public IJCPinProbe {
     if (limits_.frames > 0 && is_video_ && frames_.load() >= limits_.frames) full_.store(true);
     if (JCOperation<TJCStopOperation>(op) != nullptr) ended_.store(true);
   }
-  // Before a start at another place.
-  void Again() {
+  // Before a start at another place, which counts as reached: a person may jump on before a frame has come.
+  void Again(std::int64_t place) {
     first_.store(-1);
     ended_.store(false);
+    position_.store(place);
   }
   bool Over() const { return ended_.load() || full_.load(); }
   bool NoPicture() const { return no_picture_.load(); }
@@ -156,8 +157,8 @@ int Player::CheckDevices() {
 
 void Player::Start(std::int64_t from) {
   player_.SetStartTime(from);
-  video_.Again();
-  audio_.Again();
+  video_.Again(from);
+  audio_.Again(from);
   out_.InputPin.Notify(*PQMakeRef<TJCStartSampleRateOperation>(0, 0.0));
 }
 

@@ -26,6 +26,7 @@ constexpr std::size_t kLatenesses = 4096;  // frames that the statistics look ba
 constexpr guint64 kWithSound = 20000000;   // ns that a frame may be late before it is left out for the sound's sake
 constexpr std::int64_t kPalPeriod = 400000, kNtscPeriod = 333667;
 constexpr long kDVNtsc = 2000, kDVPal = 2001;
+constexpr auto kStepLimit = std::chrono::milliseconds(500);  // after it a step counts as lost
 
 // What the graph's threads and its callers share. Outlives the graph where GStreamer still holds a sample.
 struct Flow {
@@ -35,6 +36,7 @@ struct Flow {
   std::int64_t sound = 0;   // 100 ns of sound inside
   bool interrupted = true;  // nothing is taken before the first Run
   bool paused = false, senders_wait = false, stepping = false, end_of_stream = false, running = false;
+  std::chrono::steady_clock::time_point stepped;  // when the step that has not been answered was asked for
   PQPlatformResult failure;
   PQOutputListener on_event;
   GstElement* video_render = nullptr;  // compared, never used
@@ -599,8 +601,11 @@ PQPlatformResult Output::Step() {
   {
     const std::lock_guard lock(flow_->mutex);
     if (!flow_->paused) return {kPlatformState, "only a paused graph goes frame by frame"};
-    if (flow_->stepping) return {kPlatformTimeout, "the frame before is not shown yet"};
+    // A step that meets the graph on its way into the pause can be lost, answer and all.
+    const auto now = std::chrono::steady_clock::now();
+    if (flow_->stepping && now - flow_->stepped < kStepLimit) return {kPlatformTimeout, "the frame before is not shown yet"};
     flow_->stepping = true;
+    flow_->stepped = now;
   }
   if (gst_element_send_event(render->element.get(), gst_event_new_step(GST_FORMAT_BUFFERS, 1, 1.0, TRUE, FALSE))) {
     return {};
