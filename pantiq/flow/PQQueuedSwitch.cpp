@@ -29,6 +29,7 @@ class PQQueuedChannel {
   TJCNotifyResult VideoSinkDispatch(TJCPin& pin, const TGUID* id, IJCNotifyOperation& op, TJCNotifyFlags flags);
   TJCNotifyResult AudioSinkDispatch(TJCPin& pin, const TGUID* id, IJCNotifyOperation& op, TJCNotifyFlags flags);
 
+  TPQQueuedSwitch& Switch() const { return switch_; }
   bool Active() const { return switch_.IsActive(*this); }
   int GetActiveStreamsCount() const { return (video_seen.load() ? 1 : 0) + (audio_seen.load() ? 1 : 0); }
   PQOperationRef GetVideoBuffer() {
@@ -163,7 +164,7 @@ TPQQueuedInputItem::TPQQueuedInputItem(TPQQueuedInputs* inputs)
 }
 
 TPQQueuedInputItem::~TPQQueuedInputItem() {
-  TPQQueuedSwitch& owner = static_cast<TPQQueuedInputs*>(GetCollection())->GetSwitch();
+  TPQQueuedSwitch& owner = channel_->Switch();
   owner.InputPins.Remove(channel_->InputPin);
   owner.AudioInputPins.Remove(channel_->AudioInputPin);
   channel_->InputPin.Disconnect();
@@ -174,7 +175,7 @@ TPQQueuedInputItem::~TPQQueuedInputItem() {
 
 bool TPQQueuedInputItem::GetActive() const { return channel_->Active(); }
 void TPQQueuedInputItem::SetActive(bool) {
-  static_cast<TPQQueuedInputs*>(GetCollection())->GetSwitch().SetActiveChannel(*channel_);
+  channel_->Switch().SetActiveChannel(*channel_);
 }
 std::int32_t TPQQueuedInputItem::GetThresholdMax() const { return channel_->threshold_max.load(); }
 void TPQQueuedInputItem::SetThresholdMax(std::int32_t frames) { channel_->threshold_max.store(frames); }
@@ -182,10 +183,10 @@ std::int32_t TPQQueuedInputItem::GetThresholdMin() const { return channel_->thre
 void TPQQueuedInputItem::SetThresholdMin(std::int32_t frames) { channel_->threshold_min.store(frames); }
 TPQQueuedInputQueuing& TPQQueuedInputItem::GetQueuing() { return channel_->queuing; }
 void TPQQueuedInputItem::SetOnThresholdMin(PQQueuedSwitchEvent event) {
-  static_cast<TPQQueuedInputs*>(GetCollection())->GetSwitch().SetEvent(channel_->on_threshold_min, std::move(event));
+  channel_->Switch().SetEvent(channel_->on_threshold_min, std::move(event));
 }
 void TPQQueuedInputItem::SetOnThresholdMax(PQQueuedSwitchEvent event) {
-  static_cast<TPQQueuedInputs*>(GetCollection())->GetSwitch().SetEvent(channel_->on_threshold_max, std::move(event));
+  channel_->Switch().SetEvent(channel_->on_threshold_max, std::move(event));
 }
 TPQJCImageSinkPin& TPQQueuedInputItem::GetInputPin() { return channel_->InputPin; }
 THTJCAudioSinkPin& TPQQueuedInputItem::GetAudioInputPin() { return channel_->AudioInputPin; }
@@ -197,7 +198,7 @@ void TPQQueuedInputItem::SetIndex(int index) {
   TCollection& items = *GetCollection();
   const int present = GetIndex();
   if (index < 0 || index >= items.GetCount() || index == present) return;
-  TPQQueuedSwitch& owner = static_cast<TPQQueuedInputs&>(items).GetSwitch();
+  TPQQueuedSwitch& owner = channel_->Switch();
   owner.InputPins.Swap(owner.InputPins.IndexOf(channel_->InputPin), index);
   owner.AudioInputPins.Swap(owner.AudioInputPins.IndexOf(channel_->AudioInputPin), index);
   items.Move(present, index);
