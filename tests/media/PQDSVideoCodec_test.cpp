@@ -483,12 +483,13 @@ TEST_F(CompressorTest, EveryWaitEnds) {
         if (end == End::Destroy) codec.reset();
       };
       const int before = sink.Blocks();
-      std::atomic<bool> ended{false};
+      std::atomic<bool> begun{false}, ended{false};
       sink.on_op = {};
       if (on_the_way_down) {
         sink.on_op = [&](IJCNotifyOperation& op) {
-          if (JCOperation<TJCSuppliedBufferOperation>(op) == nullptr || ended.exchange(true)) return;
+          if (JCOperation<TJCSuppliedBufferOperation>(op) == nullptr || begun.exchange(true)) return;
           finish();
+          ended.store(true);
         };
       }
       source.StartVideo(16, 8);
@@ -772,12 +773,13 @@ TEST_F(DecompressorTest, EveryWaitEnds) {
       };
       const auto before = sink.Frames().size();
       const int stops = source.stops.load();
-      std::atomic<bool> ended{false};
+      std::atomic<bool> begun{false}, ended{false};
       sink.on_op = {};
       if (on_the_way_down) {
         sink.on_op = [&](bool, IJCNotifyOperation& op) {
-          if (JCOperation<TJCSuppliedBufferOperation>(op) == nullptr || ended.exchange(true)) return;
+          if (JCOperation<TJCSuppliedBufferOperation>(op) == nullptr || begun.exchange(true)) return;
           finish();
+          ended.store(true);
         };
       }
       source.Start(0, 25);
