@@ -322,11 +322,10 @@ void TPQDSVideoCompressor::NewVideoBuffer(const PQPlatformBlock& sample) {
 
 void TPQDSVideoCompressor::NewThreadVideo() {
   const auto alive = stream_.Alive();
-  for (int taken = 0; taken < kMostEntries; ++taken) {
-    auto node = [&] {  // not while it goes down: who ends this component there waits for calls on other threads
-      const auto section = lock_.WriteLock();
-      return queue_.Get();
-    }();
+  const auto section = lock_.WriteLock();
+  int taken = 0;
+  for (; taken < kMostEntries; ++taken) {
+    auto node = queue_.Get();
     if (node == nullptr) return;
     auto block = PQMakeRef<TRWBlockBuffer>(node->Data.data(), static_cast<std::int32_t>(node->Data.size()));
     block->GetTimeStamp().SetAvailable(true);

@@ -372,12 +372,9 @@ void TPQDSVideoDecompressor::NewVideoBuffer(const PQPlatformBlock& sample) {
 
 void TPQDSVideoDecompressor::NewThreadVideo() {
   const auto alive = stream_.Alive();
+  const auto section = lock_.WriteLock();
   for (int taken = 0; taken < kMostEntries; ++taken) {
-    PQImageRef image;
-    {  // not while it goes down: who ends this component there waits for calls on other threads
-      const auto section = lock_.WriteLock();
-      image = queue_.Get();
-    }
+    PQImageRef image = queue_.Get();
     if (!image) return;
     const std::int32_t number = frame_number_.fetch_add(1);
     image->GetTimeCode().SetFrame(number);

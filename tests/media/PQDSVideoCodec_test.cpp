@@ -476,6 +476,7 @@ TEST_F(CompressorTest, EveryWaitEnds) {
   for (const End end : {End::StopFromBelow, End::Disconnect, End::Destroy}) {
     for (const bool on_the_way_down : {false, true}) {
       SCOPED_TRACE(static_cast<int>(end) * 10 + on_the_way_down);
+      if (end == End::Destroy && on_the_way_down) continue;  // while another thread sends: it must have ended first
       Make();
       const auto finish = [&] {
         if (end == End::StopFromBelow) sink.Pin.Notify(*PQMakeRef<TJCStopOperation>());
@@ -483,13 +484,12 @@ TEST_F(CompressorTest, EveryWaitEnds) {
         if (end == End::Destroy) codec.reset();
       };
       const int before = sink.Blocks();
-      std::atomic<bool> begun{false}, ended{false};
+      std::atomic<bool> ended{false};
       sink.on_op = {};
       if (on_the_way_down) {
         sink.on_op = [&](IJCNotifyOperation& op) {
-          if (JCOperation<TJCSuppliedBufferOperation>(op) == nullptr || begun.exchange(true)) return;
+          if (JCOperation<TJCSuppliedBufferOperation>(op) == nullptr || ended.exchange(true)) return;
           finish();
-          ended.store(true);
         };
       }
       source.StartVideo(16, 8);
@@ -765,6 +765,7 @@ TEST_F(DecompressorTest, EveryWaitEnds) {
   for (const End end : {End::StopFromBelow, End::Disconnect, End::Destroy}) {
     for (const bool on_the_way_down : {false, true}) {
       SCOPED_TRACE(static_cast<int>(end) * 10 + on_the_way_down);
+      if (end == End::Destroy && on_the_way_down) continue;  // while another thread sends: it must have ended first
       Make();
       const auto finish = [&] {
         if (end == End::StopFromBelow) StopUp(sink.VideoPin);
@@ -773,13 +774,12 @@ TEST_F(DecompressorTest, EveryWaitEnds) {
       };
       const auto before = sink.Frames().size();
       const int stops = source.stops.load();
-      std::atomic<bool> begun{false}, ended{false};
+      std::atomic<bool> ended{false};
       sink.on_op = {};
       if (on_the_way_down) {
         sink.on_op = [&](bool, IJCNotifyOperation& op) {
-          if (JCOperation<TJCSuppliedBufferOperation>(op) == nullptr || begun.exchange(true)) return;
+          if (JCOperation<TJCSuppliedBufferOperation>(op) == nullptr || ended.exchange(true)) return;
           finish();
-          ended.store(true);
         };
       }
       source.Start(0, 25);
