@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kTailLimit = 2000ms;  // that what is inside a graph, and in the queue behind it, may take
+constexpr auto kTailLimit = 10000ms;  // that what is inside a graph, and in the queue behind it, may take; machines under load need it
 
 }  // namespace
 
