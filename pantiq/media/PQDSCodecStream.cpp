@@ -4,7 +4,6 @@
 #include <cstring>
 #include <utility>
 
-#include "pantiq/core/PQFrameLoan.h"
 #include "pantiq/host/PQReport.h"
 
 namespace pantiq {
@@ -16,10 +15,6 @@ namespace {
 constexpr auto kTailLimit = 10000ms;  // that what is inside a graph, and in the queue behind it, may take; machines under load need it
 
 }  // namespace
-
-std::shared_ptr<void> TPQDSSampleGrabberCB::AllocateFrame(std::int64_t step, std::int64_t rows, std::uint8_t*& data) {
-  return PQLendFrame(step, rows, data);
-}
 
 // --- TPQDSCodecThread -----------------------------------------------------------------------------------------------
 
@@ -53,12 +48,19 @@ TPQDSCodecThread::TPQDSCodecThread(std::function<void()> closure)
 
 bool TPQDSCodecThread::IsHere() const {
   const std::lock_guard lock(state_->mutex);
-  return state_->busy && state_->thread == std::this_thread::get_id();
+  return state_->thread == std::this_thread::get_id();
 }
 
-bool TPQDSCodecThread::WaitIdle(std::chrono::milliseconds limit, const std::function<bool()>& done) {
+bool TPQDSCodecThread::WaitIdle(std::chrono::milliseconds limit, const std::function<bool()>& done,
+                                const std::function<bool()>& over) {
   std::unique_lock lock(state_->mutex);
-  return state_->changed.wait_for(lock, limit, [&] { return !state_->busy && done(); });
+  return state_->changed.wait_for(lock, limit, [&] { return over() || (!state_->busy && done()); });
+}
+
+void TPQDSCodecThread::Leave() {
+  const std::lock_guard lock(state_->mutex);
+  state_->busy = false;
+  state_->changed.notify_all();
 }
 
 void TPQDSCodecThread::Wake() {
@@ -94,7 +96,8 @@ void TPQDSCodecStream::Begin(std::function<void()> closure) {
     thread_ = std::make_unique<TPQDSCodecThread>(std::move(closure));
     notify_.store(thread_.get());
   } else if (thread_ != nullptr && !thread_->IsHere()) {
-    (void)thread_->WaitIdle(kTailLimit, [] { return true; });
+    (void)thread_->WaitIdle(
+        kTailLimit, [] { return true; }, [this] { return !alive_->load(); });
   }
   abandoned_.store(!alive_->load());
 }
@@ -108,7 +111,7 @@ bool TPQDSCodecStream::KeepTail(PQFilterId source, const std::function<bool()>& 
   result = graph->EndOfStream(source);
   if (result.Ok()) result = graph->Drain(static_cast<int>(kTailLimit.count()));
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
-  const bool empty = thread_->WaitIdle(std::max(left, 0ms), [&] { return IsAbandoned() || queue_is_empty(); });
+  const bool empty = thread_->WaitIdle(std::max(left, 0ms), queue_is_empty, [this] { return IsAbandoned(); });
   if (IsAbandoned() || result.code == kPlatformInterrupted) return true;
   if (result.Ok() && !empty) result = {kPlatformTimeout, "what comes behind takes too long"};
   return result.Ok();
@@ -127,6 +130,8 @@ void TPQDSCodecStream::Abandon() {
   Release();
   JCAtSectionEnd([this, alive = alive_, run = run_.load()] {
     if (!alive->load()) return;
+    // Whoever holds the frame path may wait for the notify thread.
+    if (TPQDSCodecThread* const thread = notify_.load(); thread != nullptr && thread->IsHere()) thread->Leave();
     JCFrameMutex::Guard guard(frames_);
     if (run_.load() == run) destroy_();
   });

@@ -26,7 +26,6 @@ class TPQDSSampleGrabberCB final : public PQGrabberEvents {
   void SampleCB(const PQPlatformBlock& sample) override {
     if (closure_) closure_(sample);
   }
-  std::shared_ptr<void> AllocateFrame(std::int64_t step, std::int64_t rows, std::uint8_t*& data) override;
 
  private:
   const std::function<void(const PQPlatformBlock&)> closure_;
@@ -40,9 +39,11 @@ class TPQDSCodecThread {
   void Terminate() { thread_.Terminate(); }
   // Whether the caller is this thread.
   bool IsHere() const;
-  // Until the closure does not run and `done` says yes, at most that long. `done` is asked again whenever the closure
-  // has run, and after Wake.
-  bool WaitIdle(std::chrono::milliseconds limit, const std::function<bool()>& done);
+  // Until the closure does not run and `done` says yes, or `over` does, at most that long; false after the limit. Both
+  // are asked again whenever the closure has run, and after Wake.
+  bool WaitIdle(std::chrono::milliseconds limit, const std::function<bool()>& done, const std::function<bool()>& over);
+  // On this thread: what the closure does from here on is nobody's business.
+  void Leave();
   void Wake();
 
  private:

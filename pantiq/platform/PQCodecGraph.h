@@ -40,13 +40,8 @@ struct PQStreamForm {
 class PQ_EXPORT PQGrabberEvents {
  public:
   virtual ~PQGrabberEvents() = default;
-  // A sample has arrived; its stamps are stream time. `sample` without `own` is good during the call only.
+  // A sample has arrived; its stamps are stream time. It is good during the call only.
   virtual void SampleCB(const PQPlatformBlock& sample) = 0;
-  // Memory for a frame, see PQMediaReaderEvents::AllocateFrame.
-  virtual std::shared_ptr<void> AllocateFrame(std::int64_t step, std::int64_t rows, std::uint8_t*& data) {
-    (void)step, (void)rows, (void)data;
-    return nullptr;
-  }
 };
 
 class PQ_EXPORT PQCodecGraph : public PQMediaGraph {

@@ -48,7 +48,7 @@ class PQ_EXPORT PQMediaModule {
 };
 
 // Goes up with every change of the headers of this room.
-inline constexpr int kMediaModuleAbi = 4;
+inline constexpr int kMediaModuleAbi = 5;
 // The module's function: `PQMediaModule* pantiq_media_module(int abi)`; null if the numbers differ. The object lives as
 // long as the process.
 using PQMediaModuleEntry = PQMediaModule* (*)(int abi);

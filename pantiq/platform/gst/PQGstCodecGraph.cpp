@@ -15,7 +15,6 @@
 
 #include "pantiq/platform/gst/PQGstCommon.h"
 #include "pantiq/platform/gst/PQGstCompressors.h"
-#include "pantiq/platform/gst/PQGstFrames.h"
 
 namespace pantiq::gst {
 namespace {
@@ -292,7 +291,6 @@ class CodecGraph final : public PQCodecGraph {
   PQPlatformResult Push(const Filter& source, int limit, const PQPlatformBlock& block);
   void DropPipeline();
   void Deliver(SamplePtr sample);
-  static GstPadProbeReturn OnAllocation(GstPad*, GstPadProbeInfo* info, gpointer data);
 
   const std::shared_ptr<Flow> flow_;
   bool created_ = false;
@@ -436,10 +434,6 @@ PQPlatformResult CodecGraph::Run() {
       return GST_FLOW_OK;
     };
     gst_app_sink_set_callbacks(GST_APP_SINK(sink_.get()), &callbacks, this, nullptr);
-    if (frames_) {
-      const PadPtr pad(gst_element_get_static_pad(sink_.get(), "sink"));
-      gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_QUERY_DOWNSTREAM, OnAllocation, this, nullptr);
-    }
   }
   const PadPtr leaving(gst_element_get_static_pad(source_.get(), "src"));
   gst_pad_add_probe(leaving.get(), GST_PAD_PROBE_TYPE_BUFFER, OnLeaving, new std::shared_ptr<Flow>(flow_),
@@ -531,32 +525,6 @@ PQPlatformResult CodecGraph::Push(const Filter& source, int limit, const PQPlatf
   return {kPlatformFailed, std::string("the graph takes no more samples: ") + gst_flow_get_name(flow)};
 }
 
-// Offers the decoder, or what converts behind it, the memory of whoever takes the frames.
-GstPadProbeReturn CodecGraph::OnAllocation(GstPad*, GstPadProbeInfo* info, gpointer data) {
-  auto* graph = static_cast<CodecGraph*>(data);
-  GstQuery* query = GST_PAD_PROBE_INFO_QUERY(info);
-  if (GST_QUERY_TYPE(query) != GST_QUERY_ALLOCATION) return GST_PAD_PROBE_OK;
-  GstCaps* caps = nullptr;
-  gst_query_parse_allocation(query, &caps, nullptr);
-  GstVideoInfo video;
-  if (caps == nullptr || !gst_video_info_from_caps(&video, caps)) return GST_PAD_PROBE_OK;
-  PQGrabberEvents* events = nullptr;
-  {
-    const std::lock_guard lock(graph->flow_->mutex);
-    events = graph->events_;
-  }
-  GstAllocator* allocator =
-      MakeFrameAllocator([events](std::int64_t step, std::int64_t rows,
-                                  std::uint8_t*& memory) { return events->AllocateFrame(step, rows, memory); },
-                         video);
-  GstAllocationParams params;
-  gst_allocation_params_init(&params);
-  gst_query_add_allocation_param(query, allocator, &params);
-  gst_query_add_allocation_meta(query, GST_VIDEO_META_API_TYPE, nullptr);
-  gst_object_unref(allocator);
-  return GST_PAD_PROBE_HANDLED;
-}
-
 // On a thread of GStreamer. A sample has the stamps of what was sent: encoders and decoders keep the beginning, where
 // they keep anything, and else the order.
 void CodecGraph::Deliver(SamplePtr sample) {
@@ -604,15 +572,6 @@ void CodecGraph::Deliver(SamplePtr sample) {
     return;
   }
   const auto rows = static_cast<std::size_t>(GST_VIDEO_INFO_HEIGHT(&info));
-  if (auto own = TakeFrameMemory(buffer, block.data)) {
-    const GstVideoMeta* meta = gst_buffer_get_video_meta(buffer);
-    block.step = meta != nullptr ? meta->stride[0] : GST_VIDEO_INFO_PLANE_STRIDE(&info, 0);
-    block.size = static_cast<std::size_t>(block.step) * rows;
-    block.own = true;
-    block.keep_alive = std::move(own);
-    events->SampleCB(block);
-    return;
-  }
   GstVideoFrame frame;
   if (!gst_video_frame_map(&frame, &info, buffer, GST_MAP_READ)) return;
   block.data = static_cast<const std::uint8_t*>(GST_VIDEO_FRAME_PLANE_DATA(&frame, 0));
