@@ -57,8 +57,7 @@ TComponent* TComponent::FindComponent(std::string_view name) const {
 }
 
 void TComponent::BeforeDestructionOnce() {
-  if (destroying_) return;
-  destroying_ = true;
+  if (destroying_.exchange(true)) return;
   BeforeDestruction();
 }
 

@@ -6,6 +6,7 @@
 //
 // Threads. Creating, naming, owning and destroying belong to one thread at a time, the owner-thread.
 #pragma once
+#include <atomic>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -47,7 +48,8 @@ class PQ_EXPORT TComponent : public TPersistent {
   bool IsDesigning() const { return designing_; }
   void SetDesigning(bool designing) { designing_ = designing; }
 
-  bool IsDestroying() const { return destroying_; }
+  // Any thread.
+  bool IsDestroying() const { return destroying_.load(); }
 
   // Runs BeforeDestruction unless it has run. Concrete destructors and PQOwned's deleter call it.
   void BeforeDestructionOnce();
@@ -60,7 +62,8 @@ class PQ_EXPORT TComponent : public TPersistent {
   TComponent* owner_ = nullptr;
   std::vector<TComponent*> components_;
   std::string name_;
-  bool loading_ = false, designing_ = false, destroying_ = false;
+  bool loading_ = false, designing_ = false;
+  std::atomic<bool> destroying_{false};  // threads of the component ask while another ends it
 };
 
 struct PQ_EXPORT PQComponentDeleter {
