@@ -19,9 +19,6 @@ class NullFilter final : public pantiq::TPQCommonFilter {
  public:
   explicit NullFilter(pantiq::TComponent* owner = nullptr) : TPQCommonFilter(owner) {}
   ~NullFilter() override { BeforeDestructionOnce(); }
-
- protected:
-  void FilterInternalOperation(const pantiq::PQImageRef&, pantiq::PQImageRef&) override {}
 };
 
 using Filters = std::vector<pantiq::PQOwned<pantiq::TPQCommonFilter>>;

@@ -71,7 +71,6 @@ void TPQCombine::DoCombineOp(const std::uint8_t* a, int a_step, const std::uint8
 }
 
 void PQCombine::Register() {
-  TPQCommonCombine::RegisterConcern();
   const PQClassInfo* const classes[] = {&TPQCombine::Class()};
   RegisterComponents(kPantiqPage, classes);
 }

@@ -4,7 +4,6 @@
 #include <limits>
 
 #include "pantiq/compose/PQColors.h"
-#include "pantiq/core/PQConcerns.h"
 #include "pantiq/host/PQReport.h"
 #include "pantiq/kernels/PQBaseKernels.h"
 
@@ -131,24 +130,6 @@ void TPQCombineOffset::SetVertical(std::int32_t vertical) {
 
 // --- TPQCommonCombine -----------------------------------------------------------------------------------------------
 
-const PQClassInfo& TPQCommonCombine::Class() {
-  using T = TPQCommonCombine;
-  static const PQClassInfo& info =
-      PQDescribe<T>("TPQCommonCombine", "PQCommonCombine", "Base of components that lay two images over one another.")
-          .Inherits<TPQMultiInput>()
-          .Object("FrameSize", &T::GetFrameSize, PQActs::NextStart,
-                  "The size of frames. It is fixed when the first input starts.")
-          .Object("Offset", &T::GetOffset, PQActs::NextFrame,
-                  "Where image 1 (the first input) lies, as seen from image 2. To lay a small picture into a large one "
-                  "give the large one to image 1, let it start first, and make the offset negative: an image that has "
-                  "not started has no size, and with images that lie apart at the start frames have none.")
-          .Property("BackgroundColor", &T::GetBackgroundColor, &T::SetBackgroundColor, PQDefault(TColor{0}),
-                    PQActs::NextFrame,
-                    "What neither image covers, $BBGGRR; $80000000 and a number is a colour of the system.")
-          .Done();
-  return info;
-}
-
 namespace {
 
 // The inputs start in their order, unless one source feeds both, and what has not started has no size.
@@ -163,7 +144,24 @@ PQConcern StartsApart(const TComponent& component) {
 
 }  // namespace
 
-void TPQCommonCombine::RegisterConcern() { PQRegisterConcern(Class(), StartsApart); }
+const PQClassInfo& TPQCommonCombine::Class() {
+  using T = TPQCommonCombine;
+  static const PQClassInfo& info =
+      PQDescribe<T>("TPQCommonCombine", "PQCommonCombine", "Base of components that lay two images over one another.")
+          .Inherits<TPQMultiInput>()
+          .Object("FrameSize", &T::GetFrameSize, PQActs::NextStart,
+                  "The size of frames. It is fixed when the first input starts.")
+          .Object("Offset", &T::GetOffset, PQActs::NextFrame,
+                  "Where image 1 (the first input) lies, as seen from image 2. To lay a small picture into a large one "
+                  "give the large one to image 1, let it start first, and make the offset negative: an image that has "
+                  "not started has no size, and with images that lie apart at the start frames have none.")
+          .Property("BackgroundColor", &T::GetBackgroundColor, &T::SetBackgroundColor, PQDefault(TColor{0}),
+                    PQActs::NextFrame,
+                    "What neither image covers, $BBGGRR; $80000000 and a number is a colour of the system.")
+          .Concern(StartsApart)
+          .Done();
+  return info;
+}
 
 TPQCommonCombine::TPQCommonCombine(TComponent* owner)
     : TPQMultiInput(owner),
@@ -222,13 +220,6 @@ const std::uint8_t* At(const IPQImageBuffer& image, std::int64_t left, std::int6
 IppiSize SizeOf(const PQPane& pane) { return {static_cast<int>(pane.Width), static_cast<int>(pane.Height)}; }
 
 bool IsEmpty(const PQPane& pane) { return pane.PicToShow == PQPane::psNone || pane.Width < 1 || pane.Height < 1; }
-
-void CopyStamps(const IPQImageBuffer& from, IPQImageBuffer& to) {
-  to.GetSequenceStamp() = from.GetSequenceStamp();
-  to.GetTimeStamp() = from.GetTimeStamp();
-  to.GetTimeCode() = from.GetTimeCode();
-  to.GetDateTime().SetAvailable(false);
-}
 
 }  // namespace
 
@@ -297,7 +288,8 @@ void TPQCommonCombine::CalculateSendOutput() {
   for (const TPQJCQueuedImageSinkPin* input : inputs) {
     if (input->HasFrame && input->Buffer && (newest == nullptr || input->Rate > newest->Rate)) newest = input;
   }
-  if (newest != nullptr) CopyStamps(*newest->Buffer, *out);
+  if (newest != nullptr) PQCopyStamps(*newest->Buffer, *out);
+  out->GetDateTime().SetAvailable(false);
   OutputPin.SubmitBuffer(std::move(out));
 }
 

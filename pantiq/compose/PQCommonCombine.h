@@ -115,9 +115,6 @@ class PQ_EXPORT TPQCommonCombine : public TPQMultiInput {
   // Has the panes planned anew with the next frame. Any thread.
   void UnInitializeFramePanes();
 
-  // Lets a graph's check warn of offsets that leave frames without a size.
-  static void RegisterConcern();
-
  protected:
   // Makes every pixel of `size` of `dst` from the pixels of image 1 (`a`) and image 2 (`b`) at the same place, pixels
   // of `pixel_size` bytes, steps in bytes, the three apart. Runs under the component's write lock: sends nothing, waits

@@ -175,7 +175,6 @@ void TPQTransparentColor::DoCombineOp(const std::uint8_t* a, int a_step, const s
 }
 
 void PQTransparentColor::Register() {
-  TPQCommonCombine::RegisterConcern();
   const PQClassInfo* const classes[] = {&TPQTransparentColor::Class()};
   RegisterComponents(kPantiqPage, classes);
 }

@@ -386,7 +386,7 @@ TJCNotifyResult TJCPin::Notify(IJCNotifyOperation& op, TJCNotifyFlags flags) {
   const TJCPin* self = this;  // only compared after the first call: this pin may die in it
   for (const auto& wire : *table) {
     if (!wire->alive.load(std::memory_order_acquire)) continue;
-    result.bits = static_cast<std::uint8_t>(result.bits | wire->Peer(self)->DispatchData(id, op, flags).bits);
+    result |= wire->Peer(self)->DispatchData(id, op, flags);
   }
   return result;
 }
@@ -510,31 +510,48 @@ void TJCPinList::Disconnect() {
   for (TJCPin* pin : Pins()) pin->Disconnect();
 }
 
-TJCPinListOwner::TJCPinListOwner(TJCPinList& list, int least, int most, Factory make)
-    : list_(list), least_(least), most_(most), make_(std::move(make)), self_(std::make_shared<TJCPinListOwner*>(this)) {
+TJCPinListOwner::TJCPinListOwner(TJCPinList& list, int least, int most, Factory make,
+                                 std::function<void(TJCPin&)> leaving)
+    : list_(list),
+      least_(least),
+      most_(most),
+      make_(std::move(make)),
+      leaving_(std::move(leaving)),
+      self_(std::make_shared<Self>(this)) {
   Adjust();
 }
 
-TJCPinListOwner::~TJCPinListOwner() { *self_ = nullptr; }
+TJCPinListOwner::~TJCPinListOwner() { self_->store(nullptr); }
 
+// A change that comes while another thread (or this one) adjusts is taken up by that one.
 void TJCPinListOwner::Adjust() {
-  if (adjusting_) return;
-  adjusting_ = true;
-  const auto last_free = [this](int back) {
+  if (wanted_.fetch_add(1) != 0) return;
+  for (int seen = 1; seen != 0;) {
+    seen = wanted_.load();
+    AdjustOnce();
+    seen = wanted_.fetch_sub(seen) - seen;
+  }
+}
+
+void TJCPinListOwner::AdjustOnce() {
+  const auto is_free = [this](int back) {
     const TJCPin* pin = list_.GetPin(list_.GetCount() - back);
     return pin != nullptr && !pin->IsConnected();
   };
-  while (list_.GetCount() < least_ || (list_.GetCount() < most_ && !last_free(1))) {
+  while (list_.GetCount() < least_ || (list_.GetCount() < most_ && !is_free(1))) {
     auto pin = make_();
     pin->SetConnectionChanged([self = self_] {
       JCAtSectionEnd([self] {
-        if (*self != nullptr) (*self)->Adjust();
+        if (TJCPinListOwner* owner = self->load()) owner->Adjust();
       });
     });
     list_.Add(*pin.release());
   }
-  while (list_.GetCount() > least_ && last_free(1) && last_free(2)) list_.Remove(*list_.GetPin(list_.GetCount() - 1));
-  adjusting_ = false;
+  while (list_.GetCount() > least_ && is_free(1) && is_free(2)) {
+    TJCPin& pin = *list_.GetPin(list_.GetCount() - 1);
+    if (leaving_) leaving_(pin);
+    list_.Remove(pin);
+  }
 }
 
 // --- values ---------------------------------------------------------------------------------------------------------

@@ -254,23 +254,27 @@ class PQ_EXPORT TJCSourcePinList : public TJCPinList {
 };
 
 // Keeps a list between `least` and `most` pins: connecting the last free pin adds one, free pins at the end beyond one
-// are removed. Changes are made after the connection that causes them, never inside a pin's own call.
+// are removed. Changes are made after the connection that causes them, never inside a pin's own call; connections may
+// change on several threads. Owner-thread: making and ending this object.
 class PQ_EXPORT TJCPinListOwner {
  public:
   using Factory = std::function<std::unique_ptr<TJCPin>()>;
-  // The list must own its pins and outlive this object.
-  TJCPinListOwner(TJCPinList& list, int least, int most, Factory make);
+  // The list must own its pins and outlive this object. `leaving` runs before a pin is removed.
+  TJCPinListOwner(TJCPinList& list, int least, int most, Factory make, std::function<void(TJCPin& pin)> leaving = {});
   ~TJCPinListOwner();
   TJCPinListOwner(const TJCPinListOwner&) = delete;
   TJCPinListOwner& operator=(const TJCPinListOwner&) = delete;
 
  private:
+  using Self = std::atomic<TJCPinListOwner*>;
   void Adjust();
+  void AdjustOnce();
   TJCPinList& list_;
-  int least_, most_;
-  Factory make_;
-  std::shared_ptr<TJCPinListOwner*> self_;  // null once this object is gone: what was put off asks it
-  bool adjusting_ = false;
+  const int least_, most_;
+  const Factory make_;
+  const std::function<void(TJCPin&)> leaving_;
+  const std::shared_ptr<Self> self_;  // null once this object is gone: what was put off asks it
+  std::atomic<int> wanted_{0};
 };
 
 // --- Values ---------------------------------------------------------------------------------------------------------

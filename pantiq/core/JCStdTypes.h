@@ -53,6 +53,10 @@ struct TJCNotifyFlags {
 // What the receivers of an operation returned, joined.
 struct TJCNotifyResult {
   std::uint8_t bits = 0;
+  TJCNotifyResult& operator|=(TJCNotifyResult other) noexcept {
+    bits = static_cast<std::uint8_t>(bits | other.bits);
+    return *this;
+  }
 };
 
 class TJCNotifyOperation;

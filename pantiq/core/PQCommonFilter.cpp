@@ -115,6 +115,8 @@ void TPQCommonFilter::InternalOperation(const PQImageRef& in, PQImageRef& out, b
   }
 }
 
+void TPQCommonFilter::FilterInternalOperation(const PQImageRef&, PQImageRef&) {}
+
 void TPQCommonFilter::ProcessDisabled(const PQImageRef& in, PQImageRef& out) { out = in; }
 
 void TPQCommonFilter::StartPump() { OutputPin.Notify(*PQMakeRef<TJCStartPumpOperation>()); }
@@ -227,14 +229,7 @@ void TPQCommonROISizeFilter::ProcessDisabled(const PQImageRef& in, PQImageRef& o
     out = in;
     return;
   }
-  out = PQImageRef::Adopt(new TPQImageBuffer(*in));
-  out->SetSize(width, height);
-  out->Clear();
-  const std::size_t row = static_cast<std::size_t>(std::min(in->GetStep(), out->GetStep()));
-  std::uint8_t* to = out->Modify();
-  for (std::int32_t y = 0; y < std::min(in->GetHeight(), height); ++y) {
-    std::memcpy(to + std::ptrdiff_t{y} * out->GetStep(), in->Read() + std::ptrdiff_t{y} * in->GetStep(), row);
-  }
+  out = PQOnPage(*in, width, height);
 }
 
 // --- TPQCommonROIMatrixFilter ---------------------------------------------------------------------------------------

@@ -57,8 +57,9 @@ class PQ_EXPORT TPQCommonFilter : public TComponent {
   virtual void ProcessDisabled(const PQImageRef& in, PQImageRef& out);
   // One supplied buffer: view, SetVideoFormat, InternalOperation, submit.
   virtual TJCNotifyResult BufferOperation(TJCSuppliedBufferOperation& op, TJCNotifyFlags flags);
-  // The filter's work. Frames without pixels never come here.
-  virtual void FilterInternalOperation(const PQImageRef& in, PQImageRef& out) = 0;
+  // The filter's work. Frames without pixels never come here. The base leaves `out` as it is, equal to `in`: filters that
+  // have a frame path of their own need nothing else.
+  virtual void FilterInternalOperation(const PQImageRef& in, PQImageRef& out);
   // Clears the filter's state; after SetSizeRate, before the start goes on.
   virtual void Reset() {}
   virtual void StartPump();

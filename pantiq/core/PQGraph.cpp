@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "pantiq/core/PQConcerns.h"
 #include "pantiq/core/PQGraphImpl.h"
 #include "pantiq/core/RWStreamTypes.h"
 
@@ -160,8 +159,10 @@ void PQGraph::Impl::Check(std::vector<PQFault>& faults) const {
       warn(MakeFault(place, component->GetName() + ": nothing arrives, no input is connected",
                      "a source at " + component->GetName() + ".InputPin"));
     }
-    for (const PQConcern& concern : PQConcernsOf(*component)) {
-      warn(MakeFault(place, component->GetName() + ": " + concern.text, concern.expected));
+    for (const PQConcernOf concern : component->ClassInfo().Concerns()) {
+      if (const PQConcern told = concern(*component); !told.text.empty()) {
+        warn(MakeFault(place, component->GetName() + ": " + told.text, told.expected));
+      }
     }
   }
   if (!source) faults.push_back(MakeFault({}, "the graph has no source", "a component that gives a stream of its own"));

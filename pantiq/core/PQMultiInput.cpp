@@ -61,7 +61,7 @@ TJCNotifyResult TPQMultiInput::SourceDispatch(TJCPin&, const TGUID* id, IJCNotif
   for (TJCPin* input : pins_.Pins()) {
     if (!input->IsConnected()) continue;
     sent = true;
-    result.bits |= input->Notify(op, flags).bits;
+    result |= input->Notify(op, flags);
   }
   if (sent) return result;
   if (JCOperation<TJCStartOperation>(op) != nullptr) OutputPin.Notify(*PQMakeRef<TJCPumpRequestOperation>(), flags);

@@ -46,6 +46,25 @@ TPQImageBuffer::TPQImageBuffer(const void* data, std::int32_t width, std::int32_
   if (GetByteSize() > 0) std::memcpy(block_->Data(), data, block_->Bytes());
 }
 
+PQRef<TPQImageBuffer> PQOnPage(const IPQImageBuffer& image, std::int32_t width, std::int32_t height) {
+  auto page = PQMakeRef<TPQImageBuffer>(width, height, image.GetFormat());
+  PQCopyStamps(image, *page);
+  const bool black_is_zero = image.GetFormat() != vfYUY2;
+  if (!black_is_zero) page->Fill(0);
+  const auto step = static_cast<std::size_t>(page->GetStep());
+  const auto bytes = std::min(step, static_cast<std::size_t>(image.GetStep()));
+  const std::int32_t rows = bytes > 0 ? std::min(page->GetHeight(), image.GetHeight()) : 0;
+  std::uint8_t* to = page->Modify();
+  const std::uint8_t* from = image.Read();
+  for (std::int32_t y = 0; y < rows; ++y, to += step, from += image.GetStep()) {
+    std::memcpy(to, from, bytes);
+    if (black_is_zero) std::memset(to + bytes, 0, step - bytes);
+  }
+  const std::size_t below = step * static_cast<std::size_t>(page->GetHeight() - rows);
+  if (black_is_zero && below > 0) std::memset(to, 0, below);
+  return page;
+}
+
 void TPQImageBuffer::ViewOf(const IRWDataBuffer& source) noexcept {
   if (const auto* image = PQCast<const IPQImageBuffer>(&source)) CopyFrom(*image);
 }
@@ -56,10 +75,7 @@ void TPQImageBuffer::CopyFrom(const IPQImageBuffer& source) noexcept {
   width_ = image.width_;
   height_ = image.height_;
   format_ = image.format_;
-  GetSequenceStamp() = image.GetSequenceStamp();
-  GetTimeStamp() = image.GetTimeStamp();
-  time_code_ = image.time_code_;
-  date_time_ = image.date_time_;
+  PQCopyStamps(image, *this);
 }
 
 void TPQImageBuffer::Assign(const IRWDataBuffer& source) {

@@ -129,6 +129,14 @@ class IPQImageBuffer : public IRWDataBuffer {
 
 using PQImageRef = PQRef<IPQImageBuffer>;
 
+// Makes all four stamps of `to` those of `from`.
+inline void PQCopyStamps(const IPQImageBuffer& from, IPQImageBuffer& to) noexcept {
+  to.GetSequenceStamp() = from.GetSequenceStamp();
+  to.GetTimeStamp() = from.GetTimeStamp();
+  to.GetTimeCode() = from.GetTimeCode();
+  to.GetDateTime() = from.GetDateTime();
+}
+
 class PQ_EXPORT TPQImageBuffer final : public IPQImageBuffer {
  public:
   static const PQClassTag kTag;
@@ -174,5 +182,9 @@ class PQ_EXPORT TPQImageBuffer final : public IPQImageBuffer {
   void ViewOf(const IRWDataBuffer& source) noexcept;
   PQRef<PQFrameBlock> block_;
 };
+
+// The image at the top left of a frame of `width` by `height` in its format, with its stamps; what it leaves free is
+// black, what reaches beyond is cut off. For frames that have to have another size than they came with.
+PQ_EXPORT PQRef<TPQImageBuffer> PQOnPage(const IPQImageBuffer& image, std::int32_t width, std::int32_t height);
 
 }  // namespace pantiq

@@ -88,13 +88,6 @@ void PQNamePlanes(TJCPinList& pins, TPQColorMode mode) {
   for (int i = 0; i < 3; ++i) pins.SetName(i, PQPlaneNames(mode)[i]);
 }
 
-void PQCopyStamps(const IPQImageBuffer& from, IPQImageBuffer& to) {
-  to.GetSequenceStamp() = from.GetSequenceStamp();
-  to.GetTimeStamp() = from.GetTimeStamp();
-  to.GetTimeCode() = from.GetTimeCode();
-  to.GetDateTime() = from.GetDateTime();
-}
-
 void TPQCommonPlaneSink::SetColorMode(TPQColorMode mode) {
   auto section = Lock().WriteLock();
   if (mode == GetColorMode()) return;

@@ -26,9 +26,6 @@ void PQFromColorMode(IPQImageBuffer& frame, TPQColorMode mode);
 // Names the three pins of a list after the planes of the mode.
 void PQNamePlanes(TJCPinList& pins, TPQColorMode mode);
 
-// All stamps of a frame.
-void PQCopyStamps(const IPQImageBuffer& from, IPQImageBuffer& to);
-
 // A consumer with three outputs, one for each channel of ColorMode and named after it. Subclasses describe the property.
 class PQ_EXPORT TPQCommonPlaneSink : public TPQSinkFilter {
  public:

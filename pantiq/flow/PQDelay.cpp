@@ -35,13 +35,10 @@ TJCNotifyResult TPQDelay::BufferOperation(TJCSuppliedBufferOperation& op, TJCNot
     if (!oldest) break;
     auto& supplied = *JCOperation<TJCSuppliedBufferOperation>(*oldest);  // nothing else is pushed
     PQImageRef frame = supplied.Buffer ? PQMakeRef<TPQImageBuffer>(*supplied.Buffer) : PQMakeRef<TPQImageBuffer>();
-    result.bits = static_cast<std::uint8_t>(result.bits | OutputPin.SubmitBuffer(std::move(frame), flags).bits);
+    result |= OutputPin.SubmitBuffer(std::move(frame), flags);
   }
   return result;
 }
-
-// The frame path above never comes here.
-void TPQDelay::FilterInternalOperation(const PQImageRef&, PQImageRef&) {}
 
 void PQDelay::Register() {
   const PQClassInfo* const classes[] = {&TPQDelay::Class()};

@@ -24,7 +24,6 @@ class PQ_EXPORT TPQDelay final : public TPQCommonFilter {
 
  protected:
   TJCNotifyResult BufferOperation(TJCSuppliedBufferOperation& op, TJCNotifyFlags flags) override;
-  void FilterInternalOperation(const PQImageRef& in, PQImageRef& out) override;
 
  private:
   std::atomic<std::int32_t> frame_delay_{30};

@@ -70,15 +70,9 @@ void TPQSnapshot::InternalOperation(const PQImageRef& in, PQImageRef&, bool, boo
     }
     return;
   }
-  picture->GetSequenceStamp() = in->GetSequenceStamp();
-  picture->GetTimeStamp() = in->GetTimeStamp();
-  picture->GetTimeCode() = in->GetTimeCode();
-  picture->GetDateTime() = in->GetDateTime();
+  PQCopyStamps(*in, *picture);
   OutputPin.SubmitBuffer(std::move(picture));
 }
-
-// The frame path above never comes here.
-void TPQSnapshot::FilterInternalOperation(const PQImageRef&, PQImageRef&) {}
 
 bool TPQSnapshot::TakeSnapshot() {
   PQImageRef picture;

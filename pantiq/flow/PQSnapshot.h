@@ -34,7 +34,6 @@ class PQ_EXPORT TPQSnapshot final : public TPQCommonFilter {
 
  protected:
   void InternalOperation(const PQImageRef& in, PQImageRef& out, bool enabled, bool& send) override;
-  void FilterInternalOperation(const PQImageRef& in, PQImageRef& out) override;
   void Reset() override;
   void Stop() override;
   void SetSizeRate(std::int32_t& width, std::int32_t& height, std::int64_t frame_delay) override;

@@ -98,6 +98,13 @@ struct PQProperty {
   std::function<std::vector<PQProperty>(const TPersistent&)> parts;
 };
 
+// What is odd about a component as it is set, and what would be expected instead; an empty text if nothing is.
+struct PQConcern {
+  std::string text;      // "Offset.Horizontal = 5: ..."
+  std::string expected;  // "a negative one"
+};
+using PQConcernOf = PQConcern (*)(const TComponent& component);
+
 class PQ_EXPORT PQClassInfo {
  public:
   const std::string& Name() const { return name_; }
@@ -116,6 +123,9 @@ class PQ_EXPORT PQClassInfo {
   // The property that a bare value sets; null if there is none.
   const PQProperty* DefaultProperty() const;
 
+  // What the class, and its ancestors before it, may have to say of a component's settings: warnings of a graph's check.
+  const std::vector<PQConcernOf>& Concerns() const { return concerns_; }
+
   // Makes an object of this class; null factory for classes that only serve as bases or parts.
   TComponent* Create(TComponent* owner) const;
   bool CanCreate() const { return create_ != nullptr; }
@@ -126,6 +136,7 @@ class PQ_EXPORT PQClassInfo {
   std::string name_, unit_, help_;
   const PQClassInfo* parent_ = nullptr;
   std::vector<PQProperty> properties_;
+  std::vector<PQConcernOf> concerns_;
   TComponent* (*create_)(TComponent*) = nullptr;
 };
 
@@ -273,6 +284,7 @@ class PQDescribe {
   PQDescribe& Inherits() {
     info_->parent_ = &Parent::Class();
     info_->properties_ = info_->parent_->Properties();
+    info_->concerns_ = info_->parent_->Concerns();
     return *this;
   }
 
@@ -343,6 +355,11 @@ class PQDescribe {
     p.object = [get](TPersistent& object) -> TPersistent* { return &(static_cast<T&>(object).*get)(); };
     (detail::ApplyOption(p, options), ...);
     return Add(std::move(p));
+  }
+
+  PQDescribe& Concern(PQConcernOf concern) {
+    info_->concerns_.push_back(concern);
+    return *this;
   }
 
   // A property with accessors of its own: stored forms that no C++ type expresses.

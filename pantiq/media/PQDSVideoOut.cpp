@@ -9,9 +9,12 @@
 #include "pantiq/core/PQFrameLoan.h"
 #include "pantiq/host/PQRegistry.h"
 #include "pantiq/host/PQReport.h"
+#include "pantiq/media/PQStreamClock.h"
 #include "pantiq/platform/PQModules.h"
 
 namespace pantiq {
+
+using namespace PQGraphStep;
 
 constinit const PQClassTag TPQDSVideoOut::kTag{"TPQDSVideoOut", &TComponent::kTag};
 
@@ -19,15 +22,9 @@ namespace {
 
 using SteadyClock = std::chrono::steady_clock;
 
-constexpr const char* kNoBuilder = "Can't build DirectShow graph builder.";
-constexpr const char* kNoVideoSource = "Can't set video source filter.";
-constexpr const char* kNoAudioSource = "Can't set audio source filter.";
-constexpr const char* kNoVideoOutput = "Can't render video output.";
-constexpr const char* kNoAudioOutput = "Can't render audio output.";
 constexpr const char* kNoStart = "Can't start render.";
 
 constexpr auto kTailLimit = std::chrono::milliseconds(2000);  // that a proper end may take
-constexpr std::int64_t kUnknownPeriod = 400000;               // stands in where no frame rate is known
 constexpr std::uint64_t kLongestFrame = 36000000000;          // an hour; what says more is no duration
 constexpr std::int64_t kShortestTick = 10000;                 // 100 ns
 constexpr int kMostPumps = 100;                               // that wait for a source that is behind
@@ -398,7 +395,7 @@ bool TPQDSVideoOut::IntAudioDispatch(PQOperationRef op) {
 void TPQDSVideoOut::BeginVideo(std::int32_t width, std::int32_t height, TPQVideoFormat format, std::int64_t period) {
   if (width < 1 || height < 1) return;
   width_ = width, height_ = height, format_ = format;
-  period_ = period > 0 ? period : kUnknownPeriod;
+  period_ = PQKnownPeriod(period);
   video_wanted_ = true;
   TryStart();
 }
@@ -437,12 +434,6 @@ void TPQDSVideoOut::TryStart() {
   Advise(period_);
 }
 
-bool TPQDSVideoOut::Failed(const PQPlatformResult& result, const char* text) {
-  if (result.Ok()) return false;
-  graph_.Error(text, result);
-  return true;
-}
-
 bool TPQDSVideoOut::Open() {
   if (opened_) return true;
   device_changed_.store(false);
@@ -478,15 +469,15 @@ bool TPQDSVideoOut::InitCaptureFilters(const std::string& device) {
     const std::lock_guard lock(graph_mutex_);
     output_ = graph;
   }
-  if (Failed(graph->CreateCaptureBuilder(), kNoBuilder)) return false;
+  if (graph_.Failed(graph->CreateCaptureBuilder(), kNoBuilder)) return false;
   if (!graph->CreateGraph().Ok()) return false;
-  if (Failed(graph->SetFiltergraph(), kNoBuilder)) return false;
+  if (graph_.Failed(graph->SetFiltergraph(), kNoBuilder)) return false;
   (void)graph->RegisterAdditionalFilters();
-  if (Failed(graph->BindDevice(PQDeviceCategory::VideoRenderer, device, render_),
+  if (graph_.Failed(graph->BindDevice(PQDeviceCategory::VideoRenderer, device, render_),
              "Can't create video render filter.")) {
     return false;
   }
-  return !Failed(graph->AddFilter(render_, "Video Render"), "Can't add video render filter.");
+  return !graph_.Failed(graph->AddFilter(render_, "Video Render"), "Can't add video render filter.");
 }
 
 bool TPQDSVideoOut::CreateAudioRender() {
@@ -496,8 +487,8 @@ bool TPQDSVideoOut::CreateAudioRender() {
   if (audio_device_.GetMoniker(name, device, result)) {
     result = graph->BindDevice(PQDeviceCategory::AudioRenderer, device, audio_render_);
   }
-  if (Failed(result, "Can't create audio render filter.")) return false;
-  if (Failed(graph->AddFilter(audio_render_, "Audio Render"), "Can't add audio render filter.")) return false;
+  if (graph_.Failed(result, "Can't create audio render filter.")) return false;
+  if (graph_.Failed(graph->AddFilter(audio_render_, "Audio Render"), "Can't add audio render filter.")) return false;
   audio_device_.SetOpenDevice(name);
   return true;
 }
@@ -511,21 +502,21 @@ bool TPQDSVideoOut::BuildGraph() {
 }
 
 bool TPQDSVideoOut::IntBuildGraph(PQMediaOutput& graph) {
-  if (Failed(graph.QueryMediaControl(), "Can't obtain IMediaControl.")) return false;
+  if (graph_.Failed(graph.QueryMediaControl(), kNoControl)) return false;
 
   // Half a pair of pixels exists in no device's input: frames of odd width go as RGB.
   source_format_ = format_ == vfYUY2 && width_ % 2 == 0 ? vfYUY2 : vfRGB24;
   const PQVideoSubtype subtype = source_format_ == vfYUY2 ? PQVideoSubtype::Yuy2 : PQVideoSubtype::Rgb24;
-  if (Failed(graph.CreateFilter(PQOutputFilter::VideoSource, subtype, video_source_), kNoVideoSource)) return false;
-  if (Failed(graph.SetVideoSize(video_source_, width_, height_, period_), kNoVideoSource)) return false;
-  if (Failed(graph.AddFilter(video_source_, "VideoSource"), kNoVideoSource)) return false;
+  if (graph_.Failed(graph.CreateFilter(PQOutputFilter::VideoSource, subtype, video_source_), kNoVideoSource)) return false;
+  if (graph_.Failed(graph.SetVideoSize(video_source_, width_, height_, period_), kNoVideoSource)) return false;
+  if (graph_.Failed(graph.AddFilter(video_source_, "VideoSource"), kNoVideoSource)) return false;
   source_width_ = width_, source_height_ = height_, built_format_ = format_;
 
   if (audio_wanted_ && !audio_device_.IsNone()) {
     const PQAudioFormat format{wave_format_.samples_per_second, wave_format_.channels, wave_format_.bits_per_sample};
-    if (Failed(graph.CreateFilter(PQOutputFilter::AudioSource, subtype, audio_source_), kNoAudioSource)) return false;
-    if (Failed(graph.SetAudioFormat(audio_source_, format), kNoAudioSource)) return false;
-    if (Failed(graph.AddFilter(audio_source_, "AudioSource"), kNoAudioSource)) return false;
+    if (graph_.Failed(graph.CreateFilter(PQOutputFilter::AudioSource, subtype, audio_source_), kNoAudioSource)) return false;
+    if (graph_.Failed(graph.SetAudioFormat(audio_source_, format), kNoAudioSource)) return false;
+    if (graph_.Failed(graph.AddFilter(audio_source_, "AudioSource"), kNoAudioSource)) return false;
     source_wave_ = wave_format_;
   }
   const bool default_audio = audio_device_.IsDefault();
@@ -538,9 +529,9 @@ bool TPQDSVideoOut::IntBuildGraph(PQMediaOutput& graph) {
   if (!graph.Render(video_source_, 0, render_).Ok()) {
     // The device needs digital video, and the graph is given what that takes.
     PQFilterId mux = 0, encoder = 0, converter = 0, wrapper = 0;
-    if (Failed(graph.CreateFilter(PQOutputFilter::DVMux, subtype, mux), "Can't create DV Mux.")) return false;
+    if (graph_.Failed(graph.CreateFilter(PQOutputFilter::DVMux, subtype, mux), "Can't create DV Mux.")) return false;
     (void)graph.AddFilter(mux, "DV Mux");
-    if (Failed(graph.CreateFilter(PQOutputFilter::DVEncoder, subtype, encoder), "Can't create DV Encoder."))
+    if (graph_.Failed(graph.CreateFilter(PQOutputFilter::DVEncoder, subtype, encoder), "Can't create DV Encoder."))
       return false;
     (void)graph.AddFilter(encoder, "DV Encoder");
     if (graph.QueryDVEncoder(encoder).Ok()) {
@@ -550,20 +541,20 @@ bool TPQDSVideoOut::IntBuildGraph(PQMediaOutput& graph) {
     if (graph.CreateFilter(PQOutputFilter::ColorConverter, subtype, converter).Ok()) {
       (void)graph.AddFilter(converter, "Color Converter");
     }
-    if (Failed(graph.Render(video_source_, 0, render_), kNoVideoOutput)) return false;
+    if (graph_.Failed(graph.Render(video_source_, 0, render_), kNoVideoOutput)) return false;
     if (audio_wanted_ && default_audio) {
-      if (Failed(graph.CreateFilter(PQOutputFilter::AudioWrapper, subtype, wrapper), "Can't create ACM Wrapper."))
+      if (graph_.Failed(graph.CreateFilter(PQOutputFilter::AudioWrapper, subtype, wrapper), "Can't create ACM Wrapper."))
         return false;
       (void)graph.AddFilter(wrapper, "ACM Wrapper");
       if (audio_source_ != 0) {
-        if (Failed(graph.Render(audio_source_, wrapper, mux), kNoAudioOutput)) return false;
+        if (graph_.Failed(graph.Render(audio_source_, wrapper, mux), kNoAudioOutput)) return false;
         audio_wired = true;
       }
     }
   }
   if (!audio_wired && audio_source_ != 0) {
     if (audio_render_ == 0 && !CreateAudioRender()) return false;
-    if (Failed(graph.Render(audio_source_, 0, audio_render_), kNoAudioOutput)) return false;
+    if (graph_.Failed(graph.Render(audio_source_, 0, audio_render_), kNoAudioOutput)) return false;
   }
 
   if (event_thread_ == nullptr) {
@@ -577,7 +568,7 @@ bool TPQDSVideoOut::IntBuildGraph(PQMediaOutput& graph) {
     events->told.emplace_back(code, why);
     events->thread->Notify();
   });
-  return !Failed(graph.QueryMediaFilter(), "Can't obtain IMediaFilter.");
+  return !graph_.Failed(graph.QueryMediaFilter(), "Can't obtain IMediaFilter.");
 }
 
 bool TPQDSVideoOut::StartRun() {
@@ -785,17 +776,7 @@ bool TPQDSVideoOut::SendImage(const IRWDataBuffer& data) {
                  " came where " + std::to_string(source_width_) + " by " + std::to_string(source_height_) +
                  " was announced: it lies at the top left");
     }
-    auto page = PQMakeRef<TPQImageBuffer>(source_width_, source_height_, source_format_);
-    page->Fill(0);
-    const std::int32_t bytes = std::min(source_width_, image->GetWidth()) * page->GetPixelSize();
-    std::uint8_t* to = page->Modify();
-    const std::uint8_t* from = image->Read();
-    for (std::int32_t y = 0; y < std::min(source_height_, image->GetHeight()); ++y) {
-      std::memcpy(to, from, static_cast<std::size_t>(bytes));
-      to += page->GetStep();
-      from += image->GetStep();
-    }
-    image = std::move(page);
+    image = PQOnPage(*image, source_width_, source_height_);
   }
   PQPlatformBlock block;
   block.begin = video_time_;

@@ -132,7 +132,6 @@ class PQ_EXPORT TPQDSVideoOut final : public TComponent {
   void PlayTail();
   void Abandon();
   void AudioIsOver();
-  bool Failed(const PQPlatformResult& result, const char* text);
 
   bool RenderImage(const PQOperationRef& op, const IRWDataBuffer& data);
   bool RenderAudio(const PQOperationRef& op, const PQDataBufferRef& data);

@@ -62,58 +62,29 @@ const PQClassInfo& TPQFreeFrame::Class() {
 }
 
 TPQFreeFrame::TPQFreeFrame(TComponent* owner)
-    : TPQMultiInput(owner), InputPins(this, true), self_(std::make_shared<TPQFreeFrame*>(this)) {
-  AdjustInputs();
+    : TPQMultiInput(owner), InputPins(this, true) {
+  inputs_.emplace(
+      InputPins, kLeastInputs, kMostInputs,
+      [this]() -> std::unique_ptr<TJCPin> {
+        auto pin = std::make_unique<TPQJCQueuedImageSinkPin>(*this, JCDispatch::To<&TPQMultiInput::SinkDispatch>(this));
+        AddInput(*pin);
+        return pin;
+      },
+      [this](TJCPin& pin) {
+        JCFrameMutex::Guard guard(FrameMutex());  // a frame on its way walks the inputs
+        RemoveInput(static_cast<TPQJCQueuedImageSinkPin&>(pin));
+      });
 }
 
 TPQFreeFrame::~TPQFreeFrame() { BeforeDestructionOnce(); }
 
 void TPQFreeFrame::BeforeDestruction() {
+  inputs_.reset();
   {
     JCFrameMutex::Guard guard(FrameMutex());
     destroying_ = true;
-    *self_ = nullptr;
   }
   TPQMultiInput::BeforeDestruction();
-}
-
-// --- inputs ---------------------------------------------------------------------------------------------------------
-
-void TPQFreeFrame::MakeInput() {
-  auto* const pin = new TPQJCQueuedImageSinkPin(*this, JCDispatch::To<&TPQMultiInput::SinkDispatch>(this));
-  pin->SetConnectionChanged([self = self_] {
-    JCAtSectionEnd([self] {
-      if (*self != nullptr) (*self)->AdjustInputs();
-    });
-  });
-  AddInput(*pin);
-  InputPins.Add(*pin);
-}
-
-void TPQFreeFrame::AdjustInputs() {
-  // A change that comes while another thread (or this one) adjusts is taken up by that one.
-  if (adjust_wanted_.fetch_add(1) != 0) return;
-  for (int seen = 1; seen != 0;) {
-    seen = adjust_wanted_.load();
-    IntAdjustInputs();
-    seen = adjust_wanted_.fetch_sub(seen) - seen;
-  }
-}
-
-void TPQFreeFrame::IntAdjustInputs() {
-  const auto is_free = [this](int back) {
-    const TJCPin* const pin = InputPins.GetPin(InputPins.GetCount() - back);
-    return pin != nullptr && !pin->IsConnected();
-  };
-  while (InputPins.GetCount() < kLeastInputs || (InputPins.GetCount() < kMostInputs && !is_free(1))) MakeInput();
-  while (InputPins.GetCount() > kLeastInputs && is_free(1) && is_free(2)) {
-    auto& pin = static_cast<TPQJCQueuedImageSinkPin&>(*InputPins.GetPin(InputPins.GetCount() - 1));
-    {
-      JCFrameMutex::Guard guard(FrameMutex());  // a frame on its way walks the inputs
-      RemoveInput(pin);
-    }
-    InputPins.Remove(pin);
-  }
 }
 
 // --- properties -----------------------------------------------------------------------------------------------------
@@ -386,21 +357,6 @@ std::uint8_t* TPQFreeFrame::Block(std::size_t number, std::size_t bytes) {
   return block->Modify();
 }
 
-PQImageRef TPQFreeFrame::Padded(const TPQImageBuffer& held, std::int32_t width, std::int32_t height) {
-  static constexpr std::uint8_t kBlack[3] = {0, 0, 0};
-  PQImageRef padded = PQMakeRef<TPQImageBuffer>(width, height, vfRGB24);
-  std::uint8_t* const to = padded->Write();
-  const std::int32_t step = padded->GetStep(), held_width = held.GetWidth(), held_height = held.GetHeight();
-  ippiCopy_8u_C3R(held.Read(), held.GetStep(), to, step, held.GetSize());
-  if (held_width < width) {
-    ippiSet_8u_C3R(kBlack, to + std::ptrdiff_t{3} * held_width, step, {width - held_width, held_height});
-  }
-  if (held_height < height) {
-    ippiSet_8u_C3R(kBlack, to + std::ptrdiff_t{3} * held_height * width, step, {width, height - held_height});
-  }
-  return padded;
-}
-
 PQImageRef TPQFreeFrame::PrepareOutput() {
   const std::uint32_t least = caps_.minimum_inputs, most = caps_.maximum_inputs;
   if (least == 1 && most == 1) {
@@ -424,13 +380,13 @@ PQImageRef TPQFreeFrame::PrepareOutput() {
   if (library == nullptr) return {};
   if (empty || library->IsLost()) return PQMakeRef<TPQImageBuffer>(*ready.front());
 
-  std::vector<PQImageRef> padded;  // kept while the plug-in reads them
+  std::vector<PQRef<TPQImageBuffer>> padded;  // kept while the plug-in reads them
   std::vector<void*> inputs;
   for (const TPQImageBuffer* held : ready) {
     const TPQImageBuffer* frame = held;
     if (held->GetWidth() < width || held->GetHeight() < height) {
-      padded.push_back(Padded(*held, width, height));
-      frame = static_cast<const TPQImageBuffer*>(padded.back().Get());
+      padded.push_back(PQOnPage(*held, width, height));
+      frame = padded.back().Get();
     }
     const std::uint8_t* data = frame->Read();
     if (convert32_) {

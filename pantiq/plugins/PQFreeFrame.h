@@ -94,11 +94,6 @@ class PQ_EXPORT TPQFreeFrame final : public TPQMultiInput {
   LibraryRef Library() const;
   bool HasUntoldParameters() const;
 
-  // Between one and twenty pins in InputPins.
-  void AdjustInputs();
-  void IntAdjustInputs();
-  void MakeInput();
-
   // All of these under the frame mutex.
   void InitPopulateCaps(bool for_stream);
   void ReadParameters();
@@ -111,7 +106,6 @@ class PQ_EXPORT TPQFreeFrame final : public TPQMultiInput {
   bool Process24Bit(PQPluginLibrary& library, const TPQImageBuffer& source, PQImageRef& frame);
   bool Process32Bit(PQPluginLibrary& library, const TPQImageBuffer& source, PQImageRef& frame);
   bool PrefersCopy() const;
-  PQImageRef Padded(const TPQImageBuffer& held, std::int32_t width, std::int32_t height);
   // A block for 32-bit pixels that lives as long as the instance.
   std::uint8_t* Block(std::size_t number, std::size_t bytes);
   // Reports what the last call brought: an exception, a crash. Once a start each.
@@ -136,8 +130,7 @@ class PQ_EXPORT TPQFreeFrame final : public TPQMultiInput {
   PQRef<TRWBlockBuffer> blocks_[2 + 20];
   bool told_failure_ = false, told_exception_ = false, told_lost_ = false;
 
-  std::shared_ptr<TPQFreeFrame*> self_;  // null once this object goes: what was put off asks it
-  std::atomic<int> adjust_wanted_{0};
+  std::optional<TJCPinListOwner> inputs_;  // until this object goes
 };
 
 namespace PQFreeFrame {

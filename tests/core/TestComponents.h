@@ -94,9 +94,6 @@ class PassFilter final : public TPQCommonFilter {
  public:
   explicit PassFilter(TComponent* owner = nullptr) : TPQCommonFilter(owner) {}
   ~PassFilter() override { BeforeDestructionOnce(); }
-
- protected:
-  void FilterInternalOperation(const PQImageRef&, PQImageRef&) override {}
 };
 
 // A frame whose bytes count up from `first`.
