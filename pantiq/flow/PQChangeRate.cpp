@@ -76,16 +76,16 @@ void TPQChangeRate::Start(TJCStartFrameOperation& start) {
     return;
   }
   operation_ = output_rate_ > input_rate ? froUpSample : output_rate_ < input_rate ? froDownSample : froNone;
-  ratio_ = output_rate_ / input_rate;
+  const double ratio = output_rate_ / input_rate;
   if (operation_ == froUpSample) {
-    needed_ = static_cast<std::size_t>(std::min(std::ceil(ratio_), double{kMostBuffers}));
-    weight_step_ = 1.0 / ratio_;
+    needed_ = static_cast<std::size_t>(std::min(std::ceil(ratio), double{kMostBuffers}));
+    weight_step_ = 1.0 / ratio;
   } else if (operation_ == froDownSample) {
     needed_ = 1;
   }
   input_interval_ = 1.0 / input_rate;
   output_interval_ = 1.0 / output_rate_;
-  start.FrameDelay = pq_round<std::int32_t>(static_cast<double>(period) / ratio_);
+  start.FrameDelay = pq_round<std::int32_t>(static_cast<double>(period) / ratio);
 }
 
 TJCNotifyResult TPQChangeRate::BufferOperation(TJCSuppliedBufferOperation& op, TJCNotifyFlags flags) {
@@ -111,13 +111,12 @@ TJCNotifyResult TPQChangeRate::UpSample(const PQImageRef& frame, TJCNotifyFlags 
   TJCNotifyResult result;
   std::size_t last_submitted = 0;
   const std::size_t count = buffers_.size();
-  frame_weight_ = 0;
+  double frame_weight = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    frame_weight_ += weight_step_;
-    previous_weight_ = 1 - frame_weight_;
-    BlendBuffers(*previous_, *frame, *buffers_[i]);
+    frame_weight += weight_step_;
+    BlendBuffers(*previous_, *frame, *buffers_[i], frame_weight);
     if (i + 1 < count || lead_ >= output_interval_) {
-      result.bits = static_cast<std::uint8_t>(result.bits | Submit(*buffers_[i], flags).bits);
+      result |= Submit(*buffers_[i], flags);
       output_time_ += output_interval_;
       ++counter_;
       if (last_submitted != i)
@@ -133,9 +132,8 @@ TJCNotifyResult TPQChangeRate::UpSample(const PQImageRef& frame, TJCNotifyFlags 
 TJCNotifyResult TPQChangeRate::DownSample(const PQImageRef& frame, TJCNotifyFlags flags) {
   TJCNotifyResult result;
   if (lead_ >= output_interval_) {
-    frame_weight_ = std::clamp(lead_ / output_interval_ - 1.0, 0.0, 1.0);
-    previous_weight_ = 1 - frame_weight_;
-    BlendBuffers(*previous_, *frame, *buffers_[0]);
+    const double frame_weight = std::clamp(lead_ / output_interval_ - 1.0, 0.0, 1.0);
+    BlendBuffers(*previous_, *frame, *buffers_[0], frame_weight);
     result = Submit(*buffers_[0], flags);
     output_time_ += output_interval_;
     ++counter_;
@@ -160,25 +158,20 @@ TJCNotifyResult TPQChangeRate::Submit(const TPQImageBuffer& made, TJCNotifyFlags
 }
 
 void TPQChangeRate::BlendBuffers(const IPQImageBuffer& first, const IPQImageBuffer& second,
-                                 TPQImageBuffer& destination) {
+                                 TPQImageBuffer& destination, double second_weight) {
   const TPQImageBuffer old(first);  // keeps the pixels if `first` is the destination
   const IppiSize bytes{second.GetStep(), second.GetHeight()};
   destination.SetFormat(second.GetFormat());
   destination.SetSize(second.GetWidth(), second.GetHeight());
   std::uint8_t* const to = destination.Write();
   PQBlend_8u_C1R(old.Read(), old.GetStep(), second.Read(), second.GetStep(), to, destination.GetStep(), bytes,
-                 previous_weight_, frame_weight_);
+                 1 - second_weight, second_weight);
 }
 
 void TPQChangeRate::ReCreateFrameBufferArray() {
   buffers_.clear();
   for (std::size_t i = 0; i < needed_; ++i) buffers_.push_back(PQMakeRef<TPQImageBuffer>());
 }
-
-void TPQChangeRate::Reset() { TPQCommonFilter::Reset(); }
-
-// The frame path above never comes here.
-void TPQChangeRate::FilterInternalOperation(const PQImageRef&, PQImageRef&) {}
 
 void PQChangeRate::Register() {
   const PQClassInfo* const classes[] = {&TPQChangeRate::Class()};

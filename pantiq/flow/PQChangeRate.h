@@ -35,12 +35,12 @@ class PQ_EXPORT TPQChangeRate final : public TPQCommonFilter {
  protected:
   void SetVideoFormat(PQImageRef& buffer) override { AcceptGray(buffer); }
   TJCNotifyResult BufferOperation(TJCSuppliedBufferOperation& op, TJCNotifyFlags flags) override;
-  void FilterInternalOperation(const PQImageRef& in, PQImageRef& out) override;
-  void Reset() override;
   // As many new buffers as the ratio needs; they take the frames' form when something is blended into them.
   void ReCreateFrameBufferArray();
-  // `destination` takes the form of `second`; it may be the object that `first` is.
-  void BlendBuffers(const IPQImageBuffer& first, const IPQImageBuffer& second, TPQImageBuffer& destination);
+  // `destination` takes the form of `second`, which counts with this weight and `first` with what is left of 1; it may be
+  // the object that `first` is.
+  void BlendBuffers(const IPQImageBuffer& first, const IPQImageBuffer& second, TPQImageBuffer& destination,
+                    double second_weight);
 
  private:
   void Start(TJCStartFrameOperation& start);
@@ -59,10 +59,10 @@ class PQ_EXPORT TPQChangeRate final : public TPQCommonFilter {
   std::vector<PQRef<TPQImageBuffer>> buffers_;
   std::size_t needed_ = 0;
   bool silent_ = false;  // no frame leaves
-  double ratio_ = 1, output_rate_ = 0;
+  double output_rate_ = 0;
   double input_interval_ = 0, output_interval_ = 0;     // seconds
   double input_time_ = 0, output_time_ = 0, lead_ = 0;  // seconds since the start
-  double previous_weight_ = 0, frame_weight_ = 0, weight_step_ = 0;
+  double weight_step_ = 0;
   std::int64_t origin_ = 0;  // time stamp of the first frame, 100 ns
 };
 

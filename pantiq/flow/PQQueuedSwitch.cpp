@@ -53,7 +53,7 @@ class PQQueuedChannel {
   TRWOperationList VideoQueue, AudioQueue;
   std::atomic<bool> video_started{false}, audio_started{false};  // the stream is live
   std::atomic<bool> video_seen{false}, audio_seen{false};        // it counts among the active streams
-  std::atomic<bool> ignore_audio{false}, paused{false};
+  std::atomic<bool> paused{false};
   TPQJCImageSinkPin InputPin;
   THTJCAudioSinkPin AudioInputPin;
 };
@@ -93,10 +93,8 @@ TJCNotifyResult PQQueuedChannel::AudioSinkDispatch(TJCPin&, const TGUID*, IJCNot
   if (auto* start = JCOperation<TJCStartWaveOperation>(op)) {
     audio_started.store(true);
     audio_seen.store(true);
-    ignore_audio.store(false);
     if (Active()) switch_.ChannelAudioStart(*start, flags);
   } else if (JCOperation<TJCIgnoreStreamOperation>(op) != nullptr) {
-    ignore_audio.store(true);
     if (Active()) switch_.SetIgnoreAudio();
   } else if (JCOperation<TJCStopOperation>(op) != nullptr) {
     audio_started.store(false);
@@ -460,7 +458,6 @@ void TPQQueuedSwitch::RequestPump(TJCPumpRequestOperation& op, TJCNotifyFlags fl
   AudioOutputPin.Notify(op, flags);
   if (op.Kind != 3 || op.Level < pump_level_) op.Master = this, op.Level = pump_level_, op.Kind = 3;
   is_master_.store(op.Master == this);
-  master_.store(op.Master);
 }
 
 void TPQQueuedSwitch::VideoBufferAdded() {
@@ -589,7 +586,7 @@ TJCNotifyResult TPQQueuedSwitch::DispatchUp(bool video, IJCNotifyOperation& op, 
     const auto channels = AllChannels();
     for (const ChannelRef& channel : *channels) {
       TJCPin& pin = video ? static_cast<TJCPin&>(channel->InputPin) : channel->AudioInputPin;
-      result.bits = static_cast<std::uint8_t>(result.bits | pin.Notify(op, flags).bits);
+      result |= pin.Notify(op, flags);
     }
     return result;
   };

@@ -199,7 +199,6 @@ class PQ_EXPORT TPQQueuedSwitch final : public TComponent, public IPQPacer {
   std::atomic<bool> video_running_{false}, audio_running_{false}, pump_started_{false}, audio_resumed_{false};
   std::atomic<std::int32_t> video_pending_{0}, audio_pending_{0};
   std::atomic<bool> is_master_{false};
-  std::atomic<const void*> master_{nullptr};  // compared, never dereferenced
   static constexpr std::int32_t pump_level_ = 0;
   std::atomic<std::int32_t> frame_delay_{0};  // 100 ns
   std::atomic<bool> ignore_audio_{false}, paused_{false};

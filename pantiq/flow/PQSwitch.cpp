@@ -80,10 +80,7 @@ TJCNotifyResult TPQSwitch::SinkDispatch(TJCPin&, const TGUID* id, IJCNotifyOpera
     StartPump();
     return {};
   }
-  if (JCOperation<TJCStopOperation>(op) != nullptr) {
-    Stop();
-    return OutputPin.Notify(op, flags);
-  }
+  if (JCOperation<TJCStopOperation>(op) != nullptr) return OutputPin.Notify(op, flags);
   if (auto* supplied = JCOperation<TJCSuppliedBufferOperation>(op)) {
     return passes_.load(std::memory_order_acquire) ? OutputPin.SubmitBuffer(supplied->Buffer, flags)
                                                    : TJCNotifyResult{};

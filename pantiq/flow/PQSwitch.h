@@ -44,7 +44,6 @@ class PQ_EXPORT TPQSwitch final : public TComponent {
 
  private:
   void StartPump();
-  void Stop() {}
   void PumpRequest(TJCPumpRequestOperation& op, TJCNotifyFlags flags);
   void OnEnableEvent(bool value) { SetEnabled(value); }
 
