@@ -4,16 +4,15 @@
 
 namespace pantiq {
 
+using namespace PQGraphStep;
+
 constinit const PQClassTag TPQASFLogger::kTag{"TPQASFLogger", &TPQDSCommonLogger::kTag};
 
 namespace {
 
 constexpr int kAudioBufferMilliseconds = 1000;
-constexpr const char* kNoBuilder = "Can't build DirectShow graph builder.";
 constexpr const char* kNoWriter = "Can't create ASF writer.";
 constexpr const char* kNoConfiguration = "Can't configure ASF writer.";
-constexpr const char* kNoAudioSource = "Can't set audio source filter.";
-constexpr const char* kNoVideoSource = "Can't set video source filter.";
 
 }  // namespace
 
@@ -43,17 +42,13 @@ bool TPQASFLogger::BuildGraph() {
   const auto graph = graph_.GetInterface();
   PQPlatformResult result;
   // Reports the text if the step before it failed.
-  const auto failed = [&](const std::string& text) {
-    if (result.Ok()) return false;
-    graph_.Error(text, result);
-    return true;
-  };
+  const auto failed = [&](const std::string& text) { return graph_.Failed(result, text); };
 
   graph_.RegisterAdditionalFilters();
   result = graph->CreateCaptureBuilder();
   if (failed(kNoBuilder)) return false;
   result = graph->QueryMediaControl();
-  if (failed("Can't obtain IMediaControl.")) return false;
+  if (failed(kNoControl)) return false;
   result = graph->SetFiltergraph();
   if (failed(kNoBuilder)) return false;
   result = graph->CreateFilter(PQFilterKind::AsfWriter, PQVideoSubtype::Rgb24, writer_);
@@ -83,7 +78,7 @@ bool TPQASFLogger::BuildGraph() {
     result = graph->AddFilter(audio_source_, "AudioSource");
     if (failed(kNoAudioSource)) return false;
     result = graph->Render(audio_source_, 0, writer_);
-    if (failed("Can't render audio output.")) return false;
+    if (failed(kNoAudioOutput)) return false;
   }
   // Frames of half a pair of pixels exist in no encoder's input: odd widths are recorded from RGB.
   if (frame_format_ != vfYUY2 || width_ % 2 != 0) frame_format_ = vfRGB24;
@@ -95,13 +90,13 @@ bool TPQASFLogger::BuildGraph() {
   result = graph->AddFilter(video_source_, "VideoSource");
   if (failed(kNoVideoSource)) return false;
   result = graph->Render(video_source_, 0, writer_);
-  if (failed("Can't render video output.")) return false;
+  if (failed(kNoVideoOutput)) return false;
 
   graph_.BeforeRun();
   result = graph->Run();
   if (!result.Ok()) {
     (void)graph->Stop();
-    graph_.Error("Can't start logger.", result);
+    graph_.Error(kNoLogger, result);
     return false;
   }
   graph_.RegisterGraph();

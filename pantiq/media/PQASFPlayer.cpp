@@ -7,6 +7,7 @@
 #include "pantiq/core/PQNumbers.h"
 #include "pantiq/host/PQRegistry.h"
 #include "pantiq/host/PQReport.h"
+#include "pantiq/media/PQStreamClock.h"
 
 namespace pantiq {
 
@@ -16,7 +17,6 @@ namespace {
 
 constexpr int kMostEntries = 11;                 // that one wake-up of the notify thread takes
 constexpr std::int64_t kStampPrecision = 10000;  // containers round stamps to whole milliseconds
-constexpr std::int64_t kUnknownPeriod = 400000;  // stands in where a file tells no frame rate
 
 }  // namespace
 
@@ -279,7 +279,7 @@ bool TPQASFPlayer::SendImage(PQImageRef image, unsigned run, const std::atomic<b
 void TPQASFPlayer::StampImage(IPQImageBuffer& image) {
   TBXTimeStamp& stamp = image.GetTimeStamp();
   const std::int64_t begin = stamp.GetBegin(), length = stamp.GetEnd() - begin;
-  const std::int64_t period = frame_period_ > 0 ? frame_period_ : length > 0 ? length : kUnknownPeriod;
+  const std::int64_t period = frame_period_ > 0 ? frame_period_ : PQKnownPeriod(length);
   const std::int64_t expected = stamp_origin_ + stamp_count_ * period;
   if (stamp_count_ == 0 || frame_period_ < 1 || std::llabs(begin - expected) > kStampPrecision) {
     stamp_origin_ = begin;

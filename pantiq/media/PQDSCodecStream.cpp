@@ -12,7 +12,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto kTailLimit = 10000ms;  // that what is inside a graph, and in the queue behind it, may take; machines under load need it
+constexpr auto kTailLimit = 2000ms;  // that what is inside a graph, and in the queue behind it, may take
 
 }  // namespace
 
@@ -81,6 +81,16 @@ TPQDSCodecStream::TPQDSCodecStream(TComponent& owner, const TJCObject& lock, std
              }),
       alive_(std::make_shared<std::atomic<bool>>(true)) {}
 
+void TPQDSCodecStream::Attach(TJCSinkPin& in, TJCSourcePin& out) {
+  in_ = &in, out_ = &out;
+  out.AddShareLock(graph_.GetLock());
+  in.AddShareLock(graph_.GetLock());
+  out.FunctionSinkPins.Add(in, true);
+  in.SetConnectionChanged([this] {
+    if (!in_->IsConnected()) Abandon();
+  });
+}
+
 bool TPQDSCodecStream::IsNotifyThread() const {
   const TPQDSCodecThread* const thread = notify_.load();
   return thread != nullptr && thread->IsHere();
@@ -138,6 +148,7 @@ void TPQDSCodecStream::Abandon() {
 }
 
 void TPQDSCodecStream::Shutdown() {
+  in_->SetConnectionChanged({});
   alive_->store(false);
   Release();
   {
@@ -145,6 +156,8 @@ void TPQDSCodecStream::Shutdown() {
     destroy_();
   }
   if (thread_ != nullptr) thread_->Terminate();
+  in_->Disconnect();
+  out_->Disconnect();
 }
 
 // --- helpers --------------------------------------------------------------------------------------------------------
@@ -156,20 +169,6 @@ void PQReportChoices(TDSGraph& graph, const std::string& wanted, const PQPlatfor
   } else {
     graph.Warning("The compressor '" + wanted + "' can't be used; '" + used + "' is.", why);
   }
-}
-
-PQRef<TPQImageBuffer> PQOnPage(const TPQImageBuffer& image, std::int32_t width, std::int32_t height) {
-  auto page = PQMakeRef<TPQImageBuffer>(width, height, image.GetFormat());
-  page->Fill(0);
-  const std::int32_t bytes = std::min(width, image.GetWidth()) * page->GetPixelSize();
-  std::uint8_t* to = page->Modify();
-  const std::uint8_t* from = image.Read();
-  for (std::int32_t y = 0; y < std::min(height, image.GetHeight()); ++y) {
-    std::memcpy(to, from, static_cast<std::size_t>(bytes));
-    to += page->GetStep();
-    from += image.GetStep();
-  }
-  return page;
 }
 
 }  // namespace pantiq

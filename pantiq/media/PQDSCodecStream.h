@@ -10,10 +10,12 @@
 #include <string>
 #include <thread>
 
+#include "pantiq/core/JCPins.h"
 #include "pantiq/core/PQSimpleImageBuffer.h"
 #include "pantiq/core/RWThreads.h"
 #include "pantiq/media/PQDSGraph.h"
 #include "pantiq/media/PQDSVideoCompression.h"
+#include "pantiq/media/PQStreamClock.h"
 #include "pantiq/platform/PQCodecGraph.h"
 
 namespace pantiq {
@@ -62,6 +64,9 @@ class TPQDSCodecStream {
   TPQDSCodecStream(TComponent& owner, const TJCObject& lock, std::function<void()> end_queue,
                    std::function<void()> destroy);
 
+  // The owner's pins: one lock, one stream, whose end a disconnection of `in` is.
+  void Attach(TJCSinkPin& in, TJCSourcePin& out);
+
   TDSGraph& Graph() { return graph_; }
   std::shared_ptr<PQCodecGraph> Interface() const {
     return std::static_pointer_cast<PQCodecGraph>(graph_.GetInterface());
@@ -78,8 +83,15 @@ class TPQDSCodecStream {
   // Ends at once: releases whoever waits and takes the graph down as soon as the frame path is free. Any thread.
   void Abandon();
   bool IsAbandoned() const { return abandoned_.load(); }
-  // The component dies: as Abandon, for ever.
+  // The component dies: as Abandon, for ever; its pins are disconnected.
   void Shutdown();
+  // Runs the action under the owner's lock. The notify thread holds it for this alone, never while something goes down:
+  // who ends the component there waits for the calls of other threads.
+  template <class Action>
+  auto Locked(Action action) {
+    const auto section = graph_.GetLock().WriteLock();
+    return action();
+  }
 
   // False once the component has died; a copy outlives it.
   std::shared_ptr<const std::atomic<bool>> Alive() const { return alive_; }
@@ -89,6 +101,8 @@ class TPQDSCodecStream {
  private:
   void Release();
   TComponent& owner_;
+  TJCSinkPin* in_ = nullptr;
+  TJCSourcePin* out_ = nullptr;
   const std::function<void()> end_queue_, destroy_;
   TDSGraph graph_;
   JCFrameMutex frames_;
@@ -101,8 +115,5 @@ class TPQDSCodecStream {
 
 // Reports why the first choice was not taken: `used` names what was taken instead, empty if nothing was.
 void PQReportChoices(TDSGraph& graph, const std::string& wanted, const PQPlatformResult& why, const std::string& used);
-
-// A frame of this size and form with the image at its top left, on black.
-PQRef<TPQImageBuffer> PQOnPage(const TPQImageBuffer& image, std::int32_t width, std::int32_t height);
 
 }  // namespace pantiq

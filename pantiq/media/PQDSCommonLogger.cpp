@@ -17,7 +17,6 @@ namespace {
 constexpr int kTailLimit = 2000;                       // ms that a frame of the tail may take
 constexpr int kCloseLimit = 500;                       // ms that any other end may take
 constexpr auto kAudioLimit = std::chrono::seconds(1);  // that the first frame waits for the start of the sound
-constexpr std::int64_t kUnknownPeriod = 400000;        // stands in where no frame rate is known
 
 }  // namespace
 
@@ -170,7 +169,7 @@ void TPQDSCommonLogger::AudioKnown() {
 void TPQDSCommonLogger::BeginVideo(std::int32_t width, std::int32_t height, std::int64_t period,
                                    TPQVideoFormat format) {
   if (running_.load() && recorded_name_ != GetFileName()) EndAVI(true);
-  first_frame_ = true;
+  clock_.BeginAnew();
   if (running_.load()) {
     period_ = period;
     if (video_over_) video_over_ = false;
@@ -179,7 +178,8 @@ void TPQDSCommonLogger::BeginVideo(std::int32_t width, std::int32_t height, std:
   video_begun_ = failed_ = false;
   if (width < 1 || height < 1 || !GetEnabled()) return;
   width_ = width, height_ = height, period_ = period, frame_format_ = format;
-  last_end_ = output_clock_ = last_number_ = audio_samples_ = 0;
+  clock_.Reset();
+  audio_samples_ = 0;
   size_told_ = audio_told_ = frame_told_ = false;
   video_begun_ = true, video_over_ = false;
   if (AudioInputPin.IsConnected() && !audio_begun_ && !audio_over_) {
@@ -273,33 +273,6 @@ void TPQDSCommonLogger::DisconnectInterfaces() {
 
 // --- frames and sound -----------------------------------------------------------------------------------------------
 
-// Where the frame lies on the recording's clock. Only lengths and gaps count: the clock never goes back when a source
-// begins anew, and frames that were lost on the way leave no hole.
-void TPQDSCommonLogger::NextInterval(const IRWDataBuffer& frame, std::int64_t& begin, std::int64_t& end) {
-  const TBXTimeStamp& stamp = frame.GetTimeStamp();
-  const std::int64_t period = period_ > 0 ? period_ : kUnknownPeriod;
-  if (!stamp.GetAvailable()) {
-    begin = output_clock_;
-    output_clock_ += period;
-    end = output_clock_;
-    return;
-  }
-  const TRWSequenceStamp& sequence = frame.GetSequenceStamp();
-  std::int64_t gap = 0;
-  if (first_frame_) {
-    first_frame_ = false;
-  } else if (!sequence.GetAvailable() || sequence.GetBufferNumber() <= last_number_ + 1) {
-    gap = stamp.GetBegin() - last_end_;
-  }
-  if (sequence.GetAvailable()) last_number_ = sequence.GetBufferNumber();
-  last_end_ = stamp.GetEnd();
-  const std::int64_t duration = stamp.GetEnd() - stamp.GetBegin();
-  if (gap > 0) output_clock_ += gap;
-  begin = output_clock_;
-  output_clock_ += duration > 0 ? duration : period;
-  end = output_clock_;
-}
-
 void TPQDSCommonLogger::Once(bool& told, PQSeverity severity, const std::string& text) {
   if (told) return;
   told = true;
@@ -335,20 +308,10 @@ void TPQDSCommonLogger::IntRenderImage(bool enabled, const IRWDataBuffer& frame)
          "a frame of " + std::to_string(image->GetWidth()) + " by " + std::to_string(image->GetHeight()) +
              " came into a recording of " + std::to_string(width_) + " by " + std::to_string(height_) +
              ": it lies at the top left");
-    auto page = PQMakeRef<TPQImageBuffer>(width_, height_, frame_format_);
-    page->Fill(0);
-    const std::int32_t bytes = std::min(width_, image->GetWidth()) * page->GetPixelSize();
-    std::uint8_t* to = page->Modify();
-    const std::uint8_t* from = image->Read();
-    for (std::int32_t y = 0; y < std::min(height_, image->GetHeight()); ++y) {
-      std::memcpy(to, from, static_cast<std::size_t>(bytes));
-      to += page->GetStep();
-      from += image->GetStep();
-    }
-    image = std::move(page);
+    image = PQOnPage(*image, width_, height_);
   }
   PQPlatformBlock block;
-  NextInterval(frame, block.begin, block.end);
+  clock_.Next(frame, period_, block.begin, block.end);
   block.data = image->Read();
   block.step = image->GetStep();
   block.size = static_cast<std::size_t>(image->GetByteSize());

@@ -22,6 +22,7 @@
 #include "pantiq/core/PQStreamTypes.h"
 #include "pantiq/host/PQReport.h"
 #include "pantiq/media/PQDSGraph.h"
+#include "pantiq/media/PQStreamClock.h"
 
 namespace pantiq {
 
@@ -114,7 +115,6 @@ class PQ_EXPORT TPQDSCommonLogger : public TPQBaseCommonLogger {
   void Abandon();
   void AwaitAudio();
   void AudioKnown();
-  void NextInterval(const IRWDataBuffer& frame, std::int64_t& begin, std::int64_t& end);
   bool Sent(const PQPlatformResult& result);
   void Once(bool& told, PQSeverity severity, const std::string& text);
 
@@ -123,8 +123,7 @@ class PQ_EXPORT TPQDSCommonLogger : public TPQBaseCommonLogger {
   bool video_begun_ = false, video_over_ = false, audio_begun_ = false, audio_over_ = false, failed_ = false;
 
   // Clocks of the recording, 100 ns from its beginning; sound counts its bytes.
-  bool first_frame_ = true;
-  std::int64_t last_end_ = 0, output_clock_ = 0, last_number_ = 0;
+  PQStreamClock clock_;
   std::int64_t audio_samples_ = 0;
   bool size_told_ = false, audio_told_ = false, frame_told_ = false;
 

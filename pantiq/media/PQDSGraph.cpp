@@ -60,6 +60,12 @@ void TDSGraph::ReleaseGraph() {
   registered_ = events_ = false;
 }
 
+bool TDSGraph::Failed(const PQPlatformResult& result, const std::string& text) {
+  if (result.Ok()) return false;
+  if (result.code != kPlatformInterrupted) Error(text, result);
+  return true;
+}
+
 void TDSGraph::Error(const std::string& text, const PQPlatformResult& result) {
   Report(&owner_, PQSeverity::Error, text, result.code, result.detail);
 }

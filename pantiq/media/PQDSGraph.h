@@ -12,6 +12,19 @@
 
 namespace pantiq {
 
+// What is said of the steps that several graphs have.
+namespace PQGraphStep {
+inline constexpr const char* kNoBuilder = "Can't build DirectShow graph builder.";
+inline constexpr const char* kNoControl = "Can't obtain IMediaControl.";
+inline constexpr const char* kNoVideoSource = "Can't set video source filter.";
+inline constexpr const char* kNoAudioSource = "Can't set audio source filter.";
+inline constexpr const char* kNoGrabber = "Can't set video sample grabber.";
+inline constexpr const char* kNoGrabberFormat = "Can't set video sample grabber format.";
+inline constexpr const char* kNoVideoOutput = "Can't render video output.";
+inline constexpr const char* kNoAudioOutput = "Can't render audio output.";
+inline constexpr const char* kNoLogger = "Can't start logger.";
+}  // namespace PQGraphStep
+
 // Published as a property without values of its own.
 //
 // Threads. Building and dropping belong to the owner's frame path; GetInterface may be called on any thread, and what
@@ -48,6 +61,8 @@ class PQ_EXPORT TDSGraph final : public TPersistent {
   // Drops the graph; whoever still holds the interface keeps the object alive. A running one is stopped before.
   void ReleaseGraph();
 
+  // True if a step of a build failed, which is then reported with this text; not if the build is only interrupted.
+  bool Failed(const PQPlatformResult& result, const std::string& text);
   // Report the text as it is, with the code and what the platform said.
   void Error(const std::string& text, const PQPlatformResult& result);
   void Warning(const std::string& text, const PQPlatformResult& result);

@@ -8,6 +8,8 @@
 
 namespace pantiq {
 
+using namespace PQGraphStep;
+
 constinit const PQClassTag TPQDSVideoCompressor::kTag{"TPQDSVideoCompressor", &TComponent::kTag};
 
 namespace {
@@ -15,11 +17,6 @@ namespace {
 constexpr int kMostEntries = 11;                 // that one wake-up of the notify thread takes
 constexpr int kMostQueued = 64;                  // blocks that wait before frames do
 constexpr std::size_t kMostNumbers = 1024;       // of frames inside the graph
-constexpr std::int64_t kUnknownPeriod = 400000;  // stands in where no frame rate is known
-constexpr const char* kNoBuilder = "Can't build DirectShow graph builder.";
-constexpr const char* kNoControl = "Can't obtain IMediaControl.";
-constexpr const char* kNoSource = "Can't set video source filter.";
-constexpr const char* kNoGrabber = "Can't set video sample grabber.";
 
 }  // namespace
 
@@ -48,19 +45,11 @@ TPQDSVideoCompressor::TPQDSVideoCompressor(TComponent* owner)
       InputPin(*this, JCDispatch::To<&TPQDSVideoCompressor::VideoSinkDispatch>(this)),
       stream_(
           *this, lock_, [this] { queue_.End(); }, [this] { DestroyGraph(); }) {
-  OutputPin.AddShareLock(lock_);
-  InputPin.AddShareLock(lock_);
-  OutputPin.FunctionSinkPins.Add(InputPin, true);
-  InputPin.SetConnectionChanged([this] {
-    if (!InputPin.IsConnected()) stream_.Abandon();
-  });
+  stream_.Attach(InputPin, OutputPin);
 }
 
 void TPQDSVideoCompressor::BeforeDestruction() {
-  InputPin.SetConnectionChanged({});
   stream_.Shutdown();
-  InputPin.Disconnect();
-  OutputPin.Disconnect();
   TComponent::BeforeDestruction();
 }
 
@@ -107,8 +96,7 @@ TJCNotifyResult TPQDSVideoCompressor::VideoSinkDispatch(TJCPin&, const TGUID*, I
 
 TJCNotifyResult TPQDSVideoCompressor::StartCompression(TJCStartFrameOperation& start, TJCNotifyFlags flags) {
   if (start.Width < 1 || start.Height < 1) return {};
-  last_end_ = output_clock_ = 0;
-  first_frame_ = true;
+  clock_.Reset();
   width_ = start.Width, height_ = start.Height, period_ = start.FrameDelay, format_ = start.Format;
   blocks_sent_.store(0);
   size_told_ = frame_told_ = failure_told_ = false;
@@ -149,12 +137,7 @@ bool TPQDSVideoCompressor::BuildGraph() {
   property.RegisterGraph();
   const auto graph = stream_.Interface();
   PQPlatformResult result;
-  // Reports the text if the step before it failed.
-  const auto failed = [&](const char* text) {
-    if (result.Ok()) return false;
-    if (result.code != kPlatformInterrupted) property.Error(text, result);
-    return true;
-  };
+  const auto failed = [&](const char* text) { return property.Failed(result, text); };  // the step before it
 
   result = graph->CreateCaptureBuilder();
   if (failed(kNoBuilder)) return false;
@@ -166,18 +149,18 @@ bool TPQDSVideoCompressor::BuildGraph() {
   if (format_ != vfYUY2 || width_ % 2 != 0) format_ = vfRGB24;
   const PQVideoSubtype subtype = format_ == vfYUY2 ? PQVideoSubtype::Yuy2 : PQVideoSubtype::Rgb24;
   result = graph->CreateFilter(PQFilterKind::VideoSource, subtype, source_);
-  if (failed(kNoSource)) return false;
+  if (failed(kNoVideoSource)) return false;
   result = graph->SetVideoSize(source_, width_, height_, period_);
-  if (failed(kNoSource)) return false;
+  if (failed(kNoVideoSource)) return false;
   result = graph->AddFilter(source_, "VideoSource");
-  if (failed(kNoSource)) return false;
+  if (failed(kNoVideoSource)) return false;
   if (!graph->CreateFilter(PQFilterKind::SampleGrabber, subtype, grabber_).Ok()) return false;
   result = graph->SetBufferSamples(grabber_, false);
   if (result.Ok()) result = graph->SetOneShot(grabber_, false);
   if (result.Ok()) result = graph->SetCallback(grabber_, callback_.get());
   if (failed(kNoGrabber)) return false;
   result = graph->SetMediaType(grabber_, PQGrabberType::Video);
-  if (failed("Can't set video sample grabber format.")) return false;
+  if (failed(kNoGrabberFormat)) return false;
 
   std::string wanted, used;
   PQPlatformResult why;  // the first choice was not taken
@@ -220,13 +203,13 @@ bool TPQDSVideoCompressor::BuildGraph() {
     result = graph->AddFilter(grabber_, "SampleGrabler");
     if (failed(kNoGrabber)) return false;
     result = graph->Render(source_, 0, grabber_);
-    if (failed("Can't render video output.")) return false;
+    if (failed(kNoVideoOutput)) return false;
   }
   property.BeforeRun();
   result = graph->Run();
   if (!result.Ok()) {
     (void)graph->Stop();
-    property.Error("Can't start logger.", result);
+    property.Error(kNoLogger, result);
     return false;
   }
   property.RegisterGraph();
@@ -252,33 +235,6 @@ void TPQDSVideoCompressor::DisconnectInterfaces() {
 
 // --- frames ---------------------------------------------------------------------------------------------------------
 
-// Where the frame lies on the stream's clock. Only lengths and gaps count: the clock never goes back when a source
-// begins anew, and frames that were lost on the way leave no hole.
-void TPQDSVideoCompressor::NextInterval(const IRWDataBuffer& frame, std::int64_t& begin, std::int64_t& end) {
-  const TBXTimeStamp& stamp = frame.GetTimeStamp();
-  const std::int64_t period = period_ > 0 ? period_ : kUnknownPeriod;
-  if (!stamp.GetAvailable()) {
-    begin = output_clock_;
-    output_clock_ += period;
-    end = output_clock_;
-    return;
-  }
-  const TRWSequenceStamp& sequence = frame.GetSequenceStamp();
-  std::int64_t gap = 0;
-  if (first_frame_) {
-    first_frame_ = false;
-  } else if (!sequence.GetAvailable() || sequence.GetBufferNumber() <= last_number_ + 1) {
-    gap = stamp.GetBegin() - last_end_;
-  }
-  if (sequence.GetAvailable()) last_number_ = sequence.GetBufferNumber();
-  last_end_ = stamp.GetEnd();
-  const std::int64_t duration = stamp.GetEnd() - stamp.GetBegin();
-  if (gap > 0) output_clock_ += gap;
-  begin = output_clock_;
-  output_clock_ += duration > 0 ? duration : period;
-  end = output_clock_;
-}
-
 void TPQDSVideoCompressor::DoCompression(const IRWDataBuffer& buffer) {
   const auto graph = stream_.Interface();
   if (graph == nullptr || stream_.IsAbandoned()) return;
@@ -296,7 +252,7 @@ void TPQDSVideoCompressor::DoCompression(const IRWDataBuffer& buffer) {
     image = PQOnPage(*image, width_, height_);
   }
   PQPlatformBlock block;
-  NextInterval(buffer, block.begin, block.end);
+  clock_.Next(buffer, period_, block.begin, block.end);
   block.data = image->Read();
   block.step = image->GetStep();
   block.size = static_cast<std::size_t>(image->GetByteSize());
@@ -322,10 +278,8 @@ void TPQDSVideoCompressor::NewVideoBuffer(const PQPlatformBlock& sample) {
 
 void TPQDSVideoCompressor::NewThreadVideo() {
   const auto alive = stream_.Alive();
-  const auto section = lock_.WriteLock();
-  int taken = 0;
-  for (; taken < kMostEntries; ++taken) {
-    auto node = queue_.Get();
+  for (int taken = 0; taken < kMostEntries; ++taken) {
+    auto node = stream_.Locked([this] { return queue_.Get(); });
     if (node == nullptr) return;
     auto block = PQMakeRef<TRWBlockBuffer>(node->Data.data(), static_cast<std::int32_t>(node->Data.size()));
     block->GetTimeStamp().SetAvailable(true);

@@ -61,7 +61,6 @@ class PQ_EXPORT TPQDSVideoCompressor final : public TComponent {
   bool BuildGraph();
   void DestroyGraph();
   void DisconnectInterfaces();
-  void NextInterval(const IRWDataBuffer& frame, std::int64_t& begin, std::int64_t& end);
   void NewVideoBuffer(const PQPlatformBlock& sample);  // on a thread of the graph
   void NewThreadVideo();                               // on the notify thread
   void SendData(PQRef<TRWBlockBuffer> buffer, const std::atomic<bool>& alive);
@@ -84,8 +83,7 @@ class PQ_EXPORT TPQDSVideoCompressor final : public TComponent {
   std::int32_t width_ = 0, height_ = 0;
   std::int64_t period_ = 0;  // 100 ns
   TPQVideoFormat format_ = vfRGB24;
-  bool first_frame_ = true;
-  std::int64_t last_end_ = 0, output_clock_ = 0, last_number_ = 0;
+  PQStreamClock clock_;
   bool size_told_ = false, frame_told_ = false, failure_told_ = false;
   std::unique_ptr<TPQDSSampleGrabberCB> callback_;
   PQFilterId source_ = 0, compressor_ = 0, grabber_ = 0;

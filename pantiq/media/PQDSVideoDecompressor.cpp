@@ -11,19 +11,15 @@
 
 namespace pantiq {
 
+using namespace PQGraphStep;
+
 constinit const PQClassTag TPQDSVideoDecompressor::kTag{"TPQDSVideoDecompressor", &TComponent::kTag};
 
 namespace {
 
 constexpr int kMostEntries = 11;                 // that one wake-up of the notify thread takes
-constexpr std::int64_t kUnknownPeriod = 400000;  // stands in where no frame rate is known
 constexpr std::int64_t kNominalLength = 0;       // of a frame: none is nominated, so its own counts
-constexpr const char* kNoBuilder = "Can't build DirectShow graph builder.";
-constexpr const char* kNoControl = "Can't obtain IMediaControl.";
-constexpr const char* kNoGrabber = "Can't set video sample grabber.";
-constexpr const char* kNoGrabberFormat = "Can't set video sample grabber format.";
 constexpr const char* kNoBinarySource = "Can't set binary source filter.";
-constexpr const char* kNoSource = "Can't set video source filter.";
 
 std::int32_t Clamped(std::int64_t bytes) {
   return static_cast<std::int32_t>(std::clamp<std::int64_t>(bytes, 0, std::numeric_limits<std::int32_t>::max()));
@@ -76,19 +72,11 @@ TPQDSVideoDecompressor::TPQDSVideoDecompressor(TComponent* owner)
       queue_(nullptr),
       stream_(
           *this, lock_, [this] { queue_.End(); }, [this] { DestroyGraph(); }) {
-  OutputPin.AddShareLock(lock_);
-  InputPin.AddShareLock(lock_);
-  OutputPin.FunctionSinkPins.Add(InputPin, true);
-  InputPin.SetConnectionChanged([this] {
-    if (!InputPin.IsConnected()) stream_.Abandon();
-  });
+  stream_.Attach(InputPin, OutputPin);
 }
 
 void TPQDSVideoDecompressor::BeforeDestruction() {
-  InputPin.SetConnectionChanged({});
   stream_.Shutdown();
-  InputPin.Disconnect();
-  OutputPin.Disconnect();
   TComponent::BeforeDestruction();
 }
 
@@ -162,12 +150,6 @@ bool TPQDSVideoDecompressor::GetGraphI() {
   return false;
 }
 
-bool TPQDSVideoDecompressor::Failed(const PQPlatformResult& result, const char* text) {
-  if (result.Ok()) return false;
-  if (result.code != kPlatformInterrupted) stream_.Graph().Error(text, result);
-  return true;
-}
-
 bool TPQDSVideoDecompressor::BuildGraph() {
   TDSGraph& property = stream_.Graph();
   if (property.GetInterface() != nullptr) return true;
@@ -179,7 +161,7 @@ bool TPQDSVideoDecompressor::BuildGraph() {
   PQPlatformResult result = graph->SetBufferSamples(grabber_, false);
   if (result.Ok()) result = graph->SetOneShot(grabber_, false);
   if (result.Ok()) result = graph->SetCallback(grabber_, callback_.get());
-  if (Failed(result, kNoGrabber)) return false;
+  if (stream_.Graph().Failed(result, kNoGrabber)) return false;
   if (compressor_ == 0 && !RenderRaw(*graph)) return false;
   (void)graph->RemoveFilter(tmp_source_);
   if (compressor_ != 0) (void)graph->RemoveFilter(compressor_);
@@ -199,13 +181,13 @@ bool TPQDSVideoDecompressor::BuildGraph() {
 
 bool TPQDSVideoDecompressor::BuildFilters(PQCodecGraph& graph) {
   PQPlatformResult result = graph.CreateCaptureBuilder();
-  if (Failed(result, kNoBuilder)) return false;
+  if (stream_.Graph().Failed(result, kNoBuilder)) return false;
   result = graph.QueryMediaControl();
-  if (Failed(result, kNoControl)) return false;
+  if (stream_.Graph().Failed(result, kNoControl)) return false;
   result = graph.QueryMediaFilter();
-  if (Failed(result, kNoControl)) return false;
+  if (stream_.Graph().Failed(result, kNoControl)) return false;
   result = graph.SetFiltergraph();
-  if (Failed(result, kNoBuilder)) return false;
+  if (stream_.Graph().Failed(result, kNoBuilder)) return false;
 
   // Stands for a consumer of the compressor's own output; never part of the graph.
   TPQDSSampleGrabberCB test_callback{{}};
@@ -214,14 +196,14 @@ bool TPQDSVideoDecompressor::BuildFilters(PQCodecGraph& graph) {
   if (result.Ok()) result = graph.SetBufferSamples(test_grabber, false);
   if (result.Ok()) result = graph.SetOneShot(test_grabber, false);
   if (result.Ok()) result = graph.SetCallback(test_grabber, &test_callback);
-  if (Failed(result, kNoGrabber)) return false;
+  if (stream_.Graph().Failed(result, kNoGrabber)) return false;
   result = graph.SetMediaType(test_grabber, PQGrabberType::Any);
-  if (Failed(result, kNoGrabberFormat)) return false;
+  if (stream_.Graph().Failed(result, kNoGrabberFormat)) return false;
   (void)graph.RemoveFilter(test_grabber);
 
   if (!graph.CreateFilter(PQFilterKind::SampleGrabber, PQVideoSubtype::Rgb24, grabber_).Ok()) return false;
   result = graph.SetMediaType(grabber_, PQGrabberType::Rgb24);
-  if (Failed(result, kNoGrabberFormat)) return false;
+  if (stream_.Graph().Failed(result, kNoGrabberFormat)) return false;
 
   filter_ = std::make_unique<TMyFilter>("BinarySource", TMyFilter::kClassId);
   filter_->Pin().SetBlockSize(block_size_);
@@ -229,12 +211,12 @@ bool TPQDSVideoDecompressor::BuildFilters(PQCodecGraph& graph) {
   (void)filter_->Pin().SetMediaType(&none);
   result = graph.CreateFilter(PQFilterKind::BinarySource, PQVideoSubtype::Rgb24, binary_);
   if (result.Ok()) result = graph.AddFilter(binary_, filter_->GetName());
-  if (Failed(result, kNoBinarySource)) return false;
+  if (stream_.Graph().Failed(result, kNoBinarySource)) return false;
 
   result = graph.CreateFilter(PQFilterKind::VideoSource, PQVideoSubtype::Rgb24, tmp_source_);
   if (result.Ok()) result = graph.SetVideoSize(tmp_source_, GetWidth(), GetHeight(), period_);
   if (result.Ok()) result = graph.AddFilter(tmp_source_, "TmpVideoSource");
-  if (Failed(result, kNoSource)) return false;
+  if (stream_.Graph().Failed(result, kNoVideoSource)) return false;
 
   return graph.CreateFilter(PQFilterKind::NullRenderer, PQVideoSubtype::Rgb24, null_).Ok() &&
          graph.AddFilter(null_, "NULL Renderer").Ok();
@@ -267,7 +249,7 @@ bool TPQDSVideoDecompressor::FindDecoder(PQCodecGraph& graph) {
     }
     const PQPlatformResult settings = choice.ApplySettings(graph, compressor_);
     result = graph.AddFilter(grabber_, "SampleGrabler");
-    if (Failed(result, kNoGrabber)) return false;
+    if (stream_.Graph().Failed(result, kNoGrabber)) return false;
     result = graph.Render(compressor_, 0, grabber_);
     PQFilterId decoder = 0;
     if (result.Ok()) {
@@ -304,9 +286,9 @@ bool TPQDSVideoDecompressor::RenderRaw(PQCodecGraph& graph) {
   (void)filter_->Pin().SetMediaType(&form);
   PQPlatformResult result = graph.SetStreamForm(binary_, form);
   if (result.Ok()) result = graph.AddFilter(grabber_, "SampleGrabler");
-  if (Failed(result, kNoGrabber)) return false;
+  if (stream_.Graph().Failed(result, kNoGrabber)) return false;
   result = graph.Render(binary_, 0, grabber_);
-  if (Failed(result, "Can't render video output.")) return false;
+  if (stream_.Graph().Failed(result, kNoVideoOutput)) return false;
   (void)graph.Render(grabber_, 0, null_);
   return true;
 }
@@ -333,10 +315,9 @@ void TPQDSVideoDecompressor::DisconnectInterfaces() {
 void TPQDSVideoDecompressor::DoDecompression(const IRWDataBuffer& buffer) {
   if (filter_ == nullptr || !running_.load() || stream_.IsAbandoned()) return;
   const TBXTimeStamp& stamp = buffer.GetTimeStamp();
-  const std::int64_t period = period_ > 0 ? period_ : kUnknownPeriod;
   const std::int64_t length = stamp.GetAvailable() ? stamp.GetEnd() - stamp.GetBegin() : 0;
   const std::int64_t start = input_clock_;
-  input_clock_ += length > 0 ? length : period;
+  input_clock_ += length > 0 ? length : PQKnownPeriod(period_);
   PQPlatformResult result;
   // The notify thread, should a block come on it, is the one that makes room.
   if (filter_->Pin().Send(buffer.ReadData(), buffer.GetByteSize(), start, input_clock_, !stream_.IsNotifyThread(),
@@ -372,9 +353,8 @@ void TPQDSVideoDecompressor::NewVideoBuffer(const PQPlatformBlock& sample) {
 
 void TPQDSVideoDecompressor::NewThreadVideo() {
   const auto alive = stream_.Alive();
-  const auto section = lock_.WriteLock();
   for (int taken = 0; taken < kMostEntries; ++taken) {
-    PQImageRef image = queue_.Get();
+    PQImageRef image = stream_.Locked([this] { return queue_.Get(); });
     if (!image) return;
     const std::int32_t number = frame_number_.fetch_add(1);
     image->GetTimeCode().SetFrame(number);

@@ -66,8 +66,6 @@ class PQ_EXPORT TPQDSVideoDecompressor final : public TComponent {
   bool BuildFilters(PQCodecGraph& graph);
   bool FindDecoder(PQCodecGraph& graph);
   bool RenderRaw(PQCodecGraph& graph);
-  // Reports the text if the result is a failure.
-  bool Failed(const PQPlatformResult& result, const char* text);
   void DestroyGraph();
   void DisconnectInterfaces();
   void NewVideoBuffer(const PQPlatformBlock& sample);  // on a thread of the graph

@@ -128,20 +128,82 @@ void AddCodec(TPQDSVideoCompressionItems& items, const std::string& compressor, 
 
 // --- the compressor on the fake -------------------------------------------------------------------------------------
 
-class CompressorTest : public ::testing::Test {
+enum class End { StopFromBelow, Disconnect, Destroy };
+
+// A component between a source and a sink, on the fake.
+template <class Codec, class Source, class Sink>
+class CodecTest : public ::testing::Test {
  protected:
   void SetUp() override { Make(); }
-  void Make() {
+  virtual void Make() = 0;
+  virtual void Start() = 0;
+  virtual void Send() = 0;
+  virtual int Came() = 0;  // frames or blocks at the sink
+  virtual void StopFromBelow() = 0;
+  virtual void OnArrival(std::function<void()> closure) = 0;
+  virtual void CheckEnd(End) {}
+
+  // While a frame waits inside the graph, and from inside the way down of what came out of it.
+  void EveryWaitEnds() {
+    for (const End end : {End::StopFromBelow, End::Disconnect, End::Destroy}) {
+      for (const bool on_the_way_down : {false, true}) {
+        SCOPED_TRACE(static_cast<int>(end) * 10 + on_the_way_down);
+        Make();
+        const auto finish = [&] {
+          if (end == End::StopFromBelow) StopFromBelow();
+          if (end == End::Disconnect) codec->InputPin.Disconnect();
+          if (end == End::Destroy) codec.reset();
+        };
+        const int before = Came();
+        std::atomic<bool> begun{false}, ended{false};
+        OnArrival([&] {
+          if (!on_the_way_down || begun.exchange(true)) return;
+          finish();
+          ended.store(true);
+        });
+        Start();
+        if (on_the_way_down) {
+          for (int i = 0; i < 200; ++i) Send();
+          while (!ended.load() || Came() == before) std::this_thread::yield();
+        } else {
+          state.hold.store(true);
+          std::thread feeding([&] { Send(); });
+          state.WaitForHolding();
+          finish();
+          feeding.join();
+          state.hold.store(false);
+        }
+        while (state.live.load() > 0) std::this_thread::yield();
+        CheckEnd(end);
+        OnArrival({});
+      }
+    }
+  }
+
+  FakeCodecModule module;
+  FakeCodecState& state = module.state;
+  Reports reports;
+  Source source;
+  Sink sink;
+  std::unique_ptr<Codec> codec;
+};
+
+class CompressorTest : public CodecTest<TPQDSVideoCompressor, StreamSource, BlockSink> {
+ protected:
+  void Make() override {
     codec = std::make_unique<TPQDSVideoCompressor>();
     ASSERT_TRUE(codec->InputPin.Connect(source.VideoPin).Ok());
     ASSERT_TRUE(sink.Pin.Connect(codec->OutputPin).Ok());
   }
-  FakeCodecModule module;
-  FakeCodecState& state = module.state;
-  Reports reports;
-  StreamSource source;
-  BlockSink sink;
-  std::unique_ptr<TPQDSVideoCompressor> codec;
+  void Start() override { source.StartVideo(16, 8); }
+  void Send() override { source.SendFrame(16, 8, 0); }
+  int Came() override { return sink.Blocks(); }
+  void StopFromBelow() override { sink.Pin.Notify(*PQMakeRef<TJCStopOperation>()); }
+  void OnArrival(std::function<void()> closure) override {
+    sink.on_op = [closure = std::move(closure)](IJCNotifyOperation& op) {
+      if (closure && JCOperation<TJCSuppliedBufferOperation>(op) != nullptr) closure();
+    };
+  }
 };
 
 const Lines kCompressorHead = {"CreateGraph",
@@ -469,46 +531,8 @@ TEST_F(CompressorTest, ASlowConsumerHoldsTheSource) {
   EXPECT_EQ(sink.Blocks(), 300);
 }
 
-enum class End { StopFromBelow, Disconnect, Destroy };
-
-// While a frame waits inside the graph, and from inside a block's way down.
 TEST_F(CompressorTest, EveryWaitEnds) {
-  for (const End end : {End::StopFromBelow, End::Disconnect, End::Destroy}) {
-    for (const bool on_the_way_down : {false, true}) {
-      SCOPED_TRACE(static_cast<int>(end) * 10 + on_the_way_down);
-      if (end == End::Destroy && on_the_way_down) continue;  // while another thread sends: it must have ended first
-      Make();
-      const auto finish = [&] {
-        if (end == End::StopFromBelow) sink.Pin.Notify(*PQMakeRef<TJCStopOperation>());
-        if (end == End::Disconnect) codec->InputPin.Disconnect();
-        if (end == End::Destroy) codec.reset();
-      };
-      const int before = sink.Blocks();
-      std::atomic<bool> ended{false};
-      sink.on_op = {};
-      if (on_the_way_down) {
-        sink.on_op = [&](IJCNotifyOperation& op) {
-          if (JCOperation<TJCSuppliedBufferOperation>(op) == nullptr || ended.exchange(true)) return;
-          finish();
-        };
-      }
-      source.StartVideo(16, 8);
-      if (on_the_way_down) {
-        for (int i = 0; i < 200; ++i) source.SendFrame(16, 8, 0);
-        sink.WaitForBlocks(before + 1);
-        while (!ended.load()) std::this_thread::yield();
-      } else {
-        state.hold.store(true);
-        std::thread feeding([&] { source.SendFrame(16, 8, 0); });
-        state.WaitForHolding();
-        finish();
-        feeding.join();
-        state.hold.store(false);
-      }
-      while (state.live.load() > 0) std::this_thread::yield();
-      sink.on_op = {};
-    }
-  }
+  EveryWaitEnds();
   // After a stop from below the next start works.
   Make();
   source.StartVideo(16, 8);
@@ -523,23 +547,31 @@ TEST_F(CompressorTest, EveryWaitEnds) {
 
 // --- the decompressor on the fake -----------------------------------------------------------------------------------
 
-class DecompressorTest : public ::testing::Test {
+class DecompressorTest : public CodecTest<TPQDSVideoDecompressor, BlockSource, StreamSink> {
  protected:
-  void SetUp() override { Make(); }
-  void Make() {
+  void Make() override {
     codec = std::make_unique<TPQDSVideoDecompressor>();
     codec->SetWidth(16);
     codec->SetHeight(8);
     ASSERT_TRUE(codec->InputPin.Connect(source.Pin).Ok());
     ASSERT_TRUE(sink.VideoPin.Connect(codec->OutputPin).Ok());
   }
-  int Frames() { return static_cast<int>(sink.Frames().size()); }
-  FakeCodecModule module;
-  FakeCodecState& state = module.state;
-  Reports reports;
-  BlockSource source;
-  StreamSink sink;
-  std::unique_ptr<TPQDSVideoDecompressor> codec;
+  void Start() override {
+    stops_ = source.stops.load();
+    source.Start(0, 25);
+  }
+  void Send() override { source.Send(100, 1); }
+  int Came() override { return static_cast<int>(sink.Frames().size()); }
+  void StopFromBelow() override { StopUp(sink.VideoPin); }
+  void OnArrival(std::function<void()> closure) override {
+    sink.on_op = [closure = std::move(closure)](bool, IJCNotifyOperation& op) {
+      if (closure && JCOperation<TJCSuppliedBufferOperation>(op) != nullptr) closure();
+    };
+  }
+  void CheckEnd(End end) override { EXPECT_EQ(source.stops.load(), stops_ + (end == End::StopFromBelow ? 1 : 0)); }
+
+ private:
+  int stops_ = 0;  // that had come up at the start
 };
 
 const Lines kDecompressorHead = {"CreateGraph",
@@ -642,7 +674,7 @@ TEST_F(DecompressorTest, EveryFailureHasItsText) {
       EXPECT_EQ(told[0].detail, std::string("the fake fails at ") + failing.step);
     }
     source.Send(384, 1);
-    EXPECT_EQ(Frames(), 0);  // dropped
+    EXPECT_EQ(Came(), 0);  // dropped
     EXPECT_EQ(CountOf(sink.Log(), "v start 16 8 400000"), 0);
     source.Pin.Stop();
   }
@@ -757,50 +789,11 @@ TEST_F(DecompressorTest, TheGraphDoesNotRunAhead) {
   gate.unlock();
   feeding.join();
   source.Pin.Stop();
-  EXPECT_EQ(Frames(), 50);
+  EXPECT_EQ(Came(), 50);
   EXPECT_EQ(sink.Log().back(), "v TJCStopOperation");
 }
 
-TEST_F(DecompressorTest, EveryWaitEnds) {
-  for (const End end : {End::StopFromBelow, End::Disconnect, End::Destroy}) {
-    for (const bool on_the_way_down : {false, true}) {
-      SCOPED_TRACE(static_cast<int>(end) * 10 + on_the_way_down);
-      if (end == End::Destroy && on_the_way_down) continue;  // while another thread sends: it must have ended first
-      Make();
-      const auto finish = [&] {
-        if (end == End::StopFromBelow) StopUp(sink.VideoPin);
-        if (end == End::Disconnect) codec->InputPin.Disconnect();
-        if (end == End::Destroy) codec.reset();
-      };
-      const auto before = sink.Frames().size();
-      const int stops = source.stops.load();
-      std::atomic<bool> ended{false};
-      sink.on_op = {};
-      if (on_the_way_down) {
-        sink.on_op = [&](bool, IJCNotifyOperation& op) {
-          if (JCOperation<TJCSuppliedBufferOperation>(op) == nullptr || ended.exchange(true)) return;
-          finish();
-        };
-      }
-      source.Start(0, 25);
-      if (on_the_way_down) {
-        for (int i = 0; i < 200; ++i) source.Send(100, 1);
-        sink.WaitForFrames(before + 1);
-        while (!ended.load()) std::this_thread::yield();
-      } else {
-        state.hold.store(true);
-        std::thread feeding([&] { source.Send(100, 1); });
-        state.WaitForHolding();
-        finish();
-        feeding.join();
-        state.hold.store(false);
-      }
-      while (state.live.load() > 0) std::this_thread::yield();
-      EXPECT_EQ(source.stops.load(), stops + (end == End::StopFromBelow ? 1 : 0));
-      sink.on_op = {};
-    }
-  }
-}
+TEST_F(DecompressorTest, EveryWaitEnds) { EveryWaitEnds(); }
 
 TEST_F(DecompressorTest, ABlockThatCannotBeSentIsToldOnce) {
   source.Start(0, 25);
