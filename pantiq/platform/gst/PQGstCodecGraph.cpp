@@ -28,29 +28,10 @@ struct Stamp {
 };
 
 // What the graph's threads and its callers share.
-struct Flow {
-  std::mutex mutex;
-  std::condition_variable changed;
-  int waiting = 0;  // samples that the source has not given on yet
-  bool interrupted = false, end_of_stream = false;
+struct Flow final : BusFlow {
+  int waiting = 0;           // samples that the source has not given on yet
   std::deque<Stamp> stamps;  // of what is inside
-  PQPlatformResult failure;
 };
-
-GstBusSyncReply OnMessage(GstBus*, GstMessage* message, gpointer data) {
-  Flow& flow = **static_cast<std::shared_ptr<Flow>*>(data);
-  {
-    const std::lock_guard lock(flow.mutex);
-    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR && flow.failure.Ok()) {
-      flow.failure = FromMessage(message);
-    } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
-      flow.end_of_stream = true;
-    }
-    flow.changed.notify_all();
-  }
-  gst_message_unref(message);
-  return GST_BUS_DROP;
-}
 
 // A sample leaves the source.
 GstPadProbeReturn OnLeaving(GstPad*, GstPadProbeInfo*, gpointer data) {
@@ -439,11 +420,7 @@ PQPlatformResult CodecGraph::Run() {
   gst_pad_add_probe(leaving.get(), GST_PAD_PROBE_TYPE_BUFFER, OnLeaving, new std::shared_ptr<Flow>(flow_),
                     [](gpointer data) { delete static_cast<std::shared_ptr<Flow>*>(data); });
 
-  pipeline_.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
-  GstBus* bus = gst_element_get_bus(pipeline_.get());
-  gst_bus_set_sync_handler(bus, OnMessage, new std::shared_ptr<Flow>(flow_),
-                           [](gpointer data) { delete static_cast<std::shared_ptr<Flow>*>(data); });
-  gst_object_unref(bus);
+  pipeline_ = MakePipeline(flow_);
   gst_bin_add_many(GST_BIN(pipeline_.get()), source_.get(), sink_.get(), nullptr);
   for (const ElementPtr& element : chain) gst_bin_add(GST_BIN(pipeline_.get()), element.get());
   GstElement* last = source_.get();

@@ -190,4 +190,86 @@ CapsPtr VideoCaps(PQVideoSubtype subtype, int width, int height, std::int64_t pe
                                      denominator, "pixel-aspect-ratio", GST_TYPE_FRACTION, 1, 1, nullptr));
 }
 
+// --- pipelines ------------------------------------------------------------------------------------------------------
+
+void BusFlow::OnMessage(GstMessage* message) {
+  if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR && failure.Ok()) {
+    failure = FromMessage(message);
+  } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
+    end_of_stream = true;
+  }
+}
+
+ElementPtr MakePipeline(std::shared_ptr<BusFlow> flow) {
+  ElementPtr pipeline(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
+  GstBus* bus = gst_element_get_bus(pipeline.get());
+  const auto told = [](GstBus*, GstMessage* message, gpointer data) {
+    BusFlow& flow = **static_cast<std::shared_ptr<BusFlow>*>(data);
+    {
+      const std::lock_guard lock(flow.mutex);
+      flow.OnMessage(message);
+      flow.changed.notify_all();
+    }
+    gst_message_unref(message);
+    return GST_BUS_DROP;
+  };
+  gst_bus_set_sync_handler(bus, told, new std::shared_ptr<BusFlow>(std::move(flow)),
+                           [](gpointer data) { delete static_cast<std::shared_ptr<BusFlow>*>(data); });
+  gst_object_unref(bus);
+  return pipeline;
+}
+
+namespace {
+
+struct Restamp {
+  std::function<GstClockTime()> by_order;
+  GstSegment segment;
+  bool known = false;
+
+  GstClockTime Running(GstClockTime stamp) const {
+    if (!GST_CLOCK_TIME_IS_VALID(stamp) || !known) return stamp;
+    guint64 running = 0;
+    return gst_segment_to_running_time_full(&segment, GST_FORMAT_TIME, stamp, &running) > 0 ? running : 0;
+  }
+};
+
+GstPadProbeReturn OnRestamp(GstPad*, GstPadProbeInfo* info, gpointer data) {
+  auto* restamp = static_cast<Restamp*>(data);
+  if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM) != 0) {
+    GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
+    {
+      const std::lock_guard lock(SeamMutex());
+      if (GST_EVENT_TYPE(event) != GST_EVENT_SEGMENT) return GST_PAD_PROBE_OK;
+      gst_event_copy_segment(event, &restamp->segment);
+      restamp->known = true;
+    }
+    GstSegment plain;
+    gst_segment_init(&plain, GST_FORMAT_TIME);
+    GstEvent* replaced = gst_event_new_segment(&plain);
+    gst_event_set_seqnum(replaced, gst_event_get_seqnum(event));
+    gst_event_unref(event);
+    GST_PAD_PROBE_INFO_DATA(info) = replaced;
+    return GST_PAD_PROBE_OK;
+  }
+  GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+  const GstClockTime ordered = restamp->by_order ? restamp->by_order() : GST_CLOCK_TIME_NONE;
+  const std::lock_guard lock(SeamMutex());
+  GST_BUFFER_PTS(buffer) = restamp->by_order ? ordered : restamp->Running(GST_BUFFER_PTS(buffer));
+  GST_BUFFER_DTS(buffer) = GST_BUFFER_PTS(buffer);
+  GST_PAD_PROBE_INFO_DATA(info) = buffer;
+  return GST_PAD_PROBE_OK;
+}
+
+}  // namespace
+
+void RestampForMuxer(GstElement* encoder, std::function<GstClockTime()> by_order) {
+  const PadPtr out(gst_element_get_static_pad(encoder, "src"));
+  const PadPtr in(gst_pad_get_peer(out.get()));
+  if (in == nullptr) return;
+  gst_pad_add_probe(in.get(),
+                    static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
+                    OnRestamp, new Restamp{std::move(by_order), {}},
+                    [](gpointer data) { delete static_cast<Restamp*>(data); });
+}
+
 }  // namespace pantiq::gst

@@ -3,7 +3,9 @@
 #include <gst/gst.h>
 #include <gst/video/video.h>
 
+#include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -48,6 +50,26 @@ PQPlatformResult FromError(const GError& error, const std::string& source);
 
 // A bin of the described elements with ghost pads for the free ends. Any error of the parser is a failure.
 ElementPtr MakeBin(const std::string& description, PQPlatformResult& result);
+
+// What a pipeline's threads tell and its callers wait for. Outlives the pipeline where GStreamer still holds something of
+// it.
+struct BusFlow {
+  virtual ~BusFlow() = default;
+  // A message of the pipeline, on its threads, with the mutex held. The base keeps the first error and the stream's end.
+  virtual void OnMessage(GstMessage* message);
+  std::mutex mutex;
+  std::condition_variable changed;  // after every message, too
+  bool interrupted = false, end_of_stream = false;
+  PQPlatformResult failure;
+};
+
+// A new pipeline that tells `flow`.
+ElementPtr MakePipeline(std::shared_ptr<BusFlow> flow);
+
+// Between an encoder, linked by its one output, and a muxer that takes stamps as they are: turns them into running time,
+// and the segment into a plain one from 0. Encoders shift their stamps by an hour figure of their own and say so in the
+// segment only. For an encoder whose stamps are useless `by_order` gives them, called once for each block.
+void RestampForMuxer(GstElement* encoder, std::function<GstClockTime()> by_order = {});
 
 // Taken for a moment by everything of ours that touches what threads of GStreamer hand to one another: buffers, their
 // memory, what hangs on them. GStreamer orders its threads well, but in ways that a thread sanitizer does not see.

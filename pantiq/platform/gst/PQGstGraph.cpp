@@ -30,91 +30,12 @@ constexpr auto kTrialLimit = 3s;  // of the frame that proves an encoder
 constexpr const char* kPlenty =   // of compressed data while the muxer waits for its other input
     "queue max-size-buffers=0 max-size-time=0 max-size-bytes=268435456";
 
-// What the graph's threads and its callers share. Outlives the graph where GStreamer still holds a frame.
-struct Flow {
-  std::mutex mutex;
-  std::condition_variable changed;
+// What the graph's threads and its callers share.
+struct Flow final : BusFlow {
   int raw[2] = {0, 0};  // video, audio
-  bool interrupted = false, end_of_stream = false;
   bool keep_stamps = false;
   std::deque<GstClockTime> stamps;  // of the frames inside the video encoder, if they are kept
-  PQPlatformResult failure;
 };
-
-// Runs on GStreamer's threads.
-GstBusSyncReply OnMessage(GstBus*, GstMessage* message, gpointer data) {
-  Flow& flow = **static_cast<std::shared_ptr<Flow>*>(data);
-  {
-    const std::lock_guard lock(flow.mutex);
-    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR && flow.failure.Ok()) {
-      flow.failure = FromMessage(message);
-    } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
-      flow.end_of_stream = true;
-    }
-    flow.changed.notify_all();
-  }
-  gst_message_unref(message);
-  return GST_BUS_DROP;
-}
-
-ElementPtr MakePipeline(const std::shared_ptr<Flow>& flow) {
-  ElementPtr pipeline(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
-  GstBus* bus = gst_element_get_bus(pipeline.get());
-  gst_bus_set_sync_handler(bus, OnMessage, new std::shared_ptr<Flow>(flow),
-                           [](gpointer data) { delete static_cast<std::shared_ptr<Flow>*>(data); });
-  gst_object_unref(bus);
-  return pipeline;
-}
-
-// On a sink pad of a muxer that takes stamps as they are: turns them into running time, and the segment into a plain
-// one from 0. Encoders shift their stamps by an hour figure of their own and say so in the segment only.
-struct Restamp {
-  GstSegment segment;
-  bool known = false;
-  std::shared_ptr<Flow>
-      by_order;  // set for an encoder whose stamps are useless: frames leave it in the order they came
-
-  GstClockTime Running(GstClockTime stamp) const {
-    if (!GST_CLOCK_TIME_IS_VALID(stamp) || !known) return stamp;
-    guint64 running = 0;
-    return gst_segment_to_running_time_full(&segment, GST_FORMAT_TIME, stamp, &running) > 0 ? running : 0;
-  }
-};
-
-GstPadProbeReturn OnRestamp(GstPad*, GstPadProbeInfo* info, gpointer data) {
-  auto* restamp = static_cast<Restamp*>(data);
-  if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM) != 0) {
-    GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
-    {
-      const std::lock_guard lock(SeamMutex());
-      if (GST_EVENT_TYPE(event) != GST_EVENT_SEGMENT) return GST_PAD_PROBE_OK;
-      gst_event_copy_segment(event, &restamp->segment);
-      restamp->known = true;
-    }
-    GstSegment plain;
-    gst_segment_init(&plain, GST_FORMAT_TIME);
-    GstEvent* replaced = gst_event_new_segment(&plain);
-    gst_event_set_seqnum(replaced, gst_event_get_seqnum(event));
-    gst_event_unref(event);
-    GST_PAD_PROBE_INFO_DATA(info) = replaced;
-    return GST_PAD_PROBE_OK;
-  }
-  GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
-  GstClockTime ordered = GST_CLOCK_TIME_NONE;
-  if (restamp->by_order != nullptr) {
-    const std::lock_guard lock(restamp->by_order->mutex);
-    auto& stamps = restamp->by_order->stamps;
-    if (!stamps.empty()) {
-      ordered = stamps.front();
-      stamps.pop_front();
-    }
-  }
-  const std::lock_guard lock(SeamMutex());
-  GST_BUFFER_PTS(buffer) = restamp->by_order != nullptr ? ordered : restamp->Running(GST_BUFFER_PTS(buffer));
-  GST_BUFFER_DTS(buffer) = GST_BUFFER_PTS(buffer);
-  GST_PAD_PROBE_INFO_DATA(info) = buffer;
-  return GST_PAD_PROBE_OK;
-}
 
 class Graph final : public PQMediaGraph {
  public:
@@ -409,16 +330,18 @@ PQPlatformResult Graph::Render(PQFilterId from, PQFilterId via, PQFilterId to) {
                                  (is_video ? writer->profile.video_codec : writer->profile.audio_codec)};
   }
   source->stream = ++streams_;
-  const PadPtr out(gst_element_get_static_pad(source->chain.get(), "src"));
-  const PadPtr in(gst_pad_get_peer(out.get()));
-  auto* restamp = new Restamp;
-  if (is_video && writer->profile.video_codec == "MPEG4") {
-    restamp->by_order = flow_;
+  std::function<GstClockTime()> by_order;
+  if (is_video && writer->profile.video_codec == "MPEG4") {  // frames leave it in the order that they came in
     flow_->keep_stamps = true;
+    by_order = [flow = flow_]() -> GstClockTime {
+      const std::lock_guard lock(flow->mutex);
+      if (flow->stamps.empty()) return GST_CLOCK_TIME_NONE;
+      const GstClockTime first = flow->stamps.front();
+      flow->stamps.pop_front();
+      return first;
+    };
   }
-  gst_pad_add_probe(in.get(),
-                    static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
-                    OnRestamp, restamp, [](gpointer data) { delete static_cast<Restamp*>(data); });
+  RestampForMuxer(source->chain.get(), std::move(by_order));
   return {};
 }
 

@@ -28,52 +28,39 @@ constexpr std::int64_t kPalPeriod = 400000, kNtscPeriod = 333667;
 constexpr long kDVNtsc = 2000, kDVPal = 2001;
 constexpr auto kStepLimit = std::chrono::milliseconds(500);  // after it a step counts as lost
 
-// What the graph's threads and its callers share. Outlives the graph where GStreamer still holds a sample.
-struct Flow {
-  std::mutex mutex;
-  std::condition_variable changed;
+// What the graph's threads and its callers share.
+struct Flow final : BusFlow {
+  Flow() { interrupted = true; }  // nothing is taken before the first Run
+  void OnMessage(GstMessage* message) override;
+  bool IsFromVideo(GstObject* source) const {
+    for (; source != nullptr; source = GST_OBJECT_PARENT(source)) {
+      if (source == GST_OBJECT_CAST(video_render)) return true;
+    }
+    return false;
+  }
+
   int frames = 0;           // raw frames inside
   std::int64_t sound = 0;   // 100 ns of sound inside
-  bool interrupted = true;  // nothing is taken before the first Run
-  bool paused = false, senders_wait = false, stepping = false, end_of_stream = false, running = false;
+  bool paused = false, senders_wait = false, stepping = false, running = false;
   std::chrono::steady_clock::time_point stepped;  // when the step that has not been answered was asked for
-  PQPlatformResult failure;
   PQOutputListener on_event;
   GstElement* video_render = nullptr;  // compared, never used
   std::array<std::int64_t, kLatenesses> lateness{};
   std::size_t measured = 0;
 };
 
-bool IsFromVideo(const Flow& flow, GstObject* source) {
-  for (; source != nullptr; source = GST_OBJECT_PARENT(source)) {
-    if (source == GST_OBJECT_CAST(flow.video_render)) return true;
-  }
-  return false;
-}
-
-// Runs on GStreamer's threads.
-GstBusSyncReply OnMessage(GstBus*, GstMessage* message, gpointer data) {
-  Flow& flow = **static_cast<std::shared_ptr<Flow>*>(data);
-  {
-    const std::lock_guard lock(flow.mutex);
-    if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_ERROR && flow.failure.Ok()) {
-      flow.failure = FromMessage(message);
-      GError* error = nullptr;
-      gst_message_parse_error(message, &error, nullptr);
-      // A sink says so when its window was closed.
-      const bool closed = g_error_matches(error, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND) &&
-                          IsFromVideo(flow, GST_MESSAGE_SRC(message));
-      g_error_free(error);
-      if (flow.running && flow.on_event) flow.on_event(closed ? kOutputUserAbort : kOutputDeviceLost, flow.failure);
-    } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_EOS) {
-      flow.end_of_stream = true;
-    } else if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_STEP_DONE) {
-      flow.stepping = false;
-    }
-    flow.changed.notify_all();
-  }
-  gst_message_unref(message);
-  return GST_BUS_DROP;
+void Flow::OnMessage(GstMessage* message) {
+  const bool first = failure.Ok();
+  BusFlow::OnMessage(message);
+  if (GST_MESSAGE_TYPE(message) == GST_MESSAGE_STEP_DONE) stepping = false;
+  if (GST_MESSAGE_TYPE(message) != GST_MESSAGE_ERROR || !first || !running || !on_event) return;
+  GError* error = nullptr;
+  gst_message_parse_error(message, &error, nullptr);
+  // A sink says so when its window was closed.
+  const bool closed =
+      g_error_matches(error, GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND) && IsFromVideo(GST_MESSAGE_SRC(message));
+  g_error_free(error);
+  on_event(closed ? kOutputUserAbort : kOutputDeviceLost, failure);
 }
 
 // A sink tells with each frame how late it came; negative is early. Nobody upstream needs to know.
@@ -86,50 +73,6 @@ GstPadProbeReturn OnQuality(GstPad*, GstPadProbeInfo* info, gpointer data) {
   gst_event_parse_qos(event, nullptr, nullptr, &late, nullptr);
   flow.lateness[flow.measured++ % kLatenesses] = std::max<std::int64_t>(late, 0) / kNanosecondsPerUnit;
   return GST_PAD_PROBE_DROP;
-}
-
-// At an input of the multiplexer, which takes stamps as they are: makes running time of them, and a plain segment of
-// the segment. The encoder shifts its stamps by an hour figure of its own and says so in the segment only.
-struct MuxStamps {
-  GstSegment segment;
-  bool known = false;
-};
-
-GstPadProbeReturn OnMuxInput(GstPad*, GstPadProbeInfo* info, gpointer data) {
-  auto* stamps = static_cast<MuxStamps*>(data);
-  if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM) != 0) {
-    GstEvent* event = GST_PAD_PROBE_INFO_EVENT(info);
-    if (GST_EVENT_TYPE(event) != GST_EVENT_SEGMENT) return GST_PAD_PROBE_OK;
-    gst_event_copy_segment(event, &stamps->segment);
-    stamps->known = true;
-    GstSegment plain;
-    gst_segment_init(&plain, GST_FORMAT_TIME);
-    GstEvent* replaced = gst_event_new_segment(&plain);
-    gst_event_set_seqnum(replaced, gst_event_get_seqnum(event));
-    gst_event_unref(event);
-    GST_PAD_PROBE_INFO_DATA(info) = replaced;
-    return GST_PAD_PROBE_OK;
-  }
-  GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
-  guint64 running = 0;
-  if (stamps->known && GST_BUFFER_PTS_IS_VALID(buffer)) {
-    if (gst_segment_to_running_time_full(&stamps->segment, GST_FORMAT_TIME, GST_BUFFER_PTS(buffer), &running) <= 0) {
-      running = 0;
-    }
-    GST_BUFFER_PTS(buffer) = GST_BUFFER_DTS(buffer) = running;
-  }
-  GST_PAD_PROBE_INFO_DATA(info) = buffer;
-  return GST_PAD_PROBE_OK;
-}
-
-// `element` is linked to the multiplexer by its one output.
-void StampForMux(GstElement* element) {
-  const PadPtr out(gst_element_get_static_pad(element, "src"));
-  const PadPtr in(gst_pad_get_peer(out.get()));
-  if (in == nullptr) return;
-  gst_pad_add_probe(in.get(),
-                    static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_EVENT_DOWNSTREAM),
-                    OnMuxInput, new MuxStamps, [](gpointer data) { delete static_cast<MuxStamps*>(data); });
 }
 
 // One wait on a clock.
@@ -326,11 +269,7 @@ Output::~Output() {
 
 PQPlatformResult Output::CreateGraph() {
   if (auto result = Initialise(); !result.Ok()) return result;
-  pipeline_.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
-  GstBus* bus = gst_element_get_bus(pipeline_.get());
-  gst_bus_set_sync_handler(bus, OnMessage, new std::shared_ptr<Flow>(flow_),
-                           [](gpointer data) { delete static_cast<std::shared_ptr<Flow>*>(data); });
-  gst_object_unref(bus);
+  pipeline_ = MakePipeline(flow_);
   return {};
 }
 
@@ -462,7 +401,7 @@ PQPlatformResult Output::Wire(GstElement* from, const std::string& description, 
     }
     return {kPlatformFormat, std::string("the device ") + GST_OBJECT_NAME(to) + " does not take the stream"};
   }
-  if (to_mux) StampForMux(chain.get());
+  if (to_mux) RestampForMuxer(chain.get());
   return {};
 }
 
