@@ -5,16 +5,13 @@
 // call out of the frame pool.
 //
 //   bench_combine [WIDTH HEIGHT [ROUNDS]]
-#include <time.h>
-
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "bench/support/Ends.h"
 #include "pantiq/compose/PQCombine.h"
 #include "pantiq/compose/PQFrameChange.h"
 #include "pantiq/compose/PQTransparentColor.h"
@@ -23,52 +20,21 @@
 namespace {
 
 using namespace pantiq;
+using namespace pantiq::bench;
 
 int g_width = 1920, g_height = 1080, g_rounds = 41;
 
-double CpuMicroseconds() {
-  timespec t;
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
-  return static_cast<double>(t.tv_sec) * 1e6 + static_cast<double>(t.tv_nsec) * 1e-3;
-}
-
 using Work = std::function<void()>;
 
+// Microseconds of the calling thread for each of `repeats` calls.
 double Timed(const Work& work, int repeats) {
-  const double start = CpuMicroseconds();
+  const double start = CpuSeconds(CLOCK_THREAD_CPUTIME_ID);
   for (int i = 0; i < repeats; ++i) work();
-  return (CpuMicroseconds() - start) / repeats;
-}
-
-double Median(std::vector<double> values) {
-  std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2), values.end());
-  return values[values.size() / 2];
-}
-
-struct Source final : TComponent {
-  Source() : OutputPin(*this, {}) {}
-  ~Source() override { BeforeDestructionOnce(); }
-  void BeforeDestruction() override { OutputPin.Disconnect(); }
-  TPQJCImageSourcePin OutputPin;
-};
-
-struct Sink final : TComponent {
-  Sink() : InputPin(*this, JCDispatch::To<&Sink::Dispatch>(this)) {}
-  ~Sink() override { BeforeDestructionOnce(); }
-  void BeforeDestruction() override { InputPin.Disconnect(); }
-  TJCNotifyResult Dispatch(TJCPin&, const TGUID*, IJCNotifyOperation&, TJCNotifyFlags) { return {}; }
-  TPQJCImageSinkPin InputPin;
-};
-
-PQImageRef Picture(int seed) {
-  PQImageRef frame = PQMakeRef<TPQImageBuffer>(g_width, g_height, vfRGB24);
-  std::uint8_t* to = frame->Write();
-  for (int i = 0; i < frame->GetByteSize(); ++i) to[i] = static_cast<std::uint8_t>(i * 7 + i / 5000 + seed);
-  return frame;
+  return (CpuSeconds(CLOCK_THREAD_CPUTIME_ID) - start) * 1e6 / repeats;
 }
 
 struct Frames {
-  PQImageRef a = Picture(0), b = Picture(77), out = Picture(0);
+  PQImageRef a = Picture(g_width, g_height), b = Picture(g_width, g_height, 77), out = Picture(g_width, g_height);
 };
 
 using Kernel =

@@ -14,26 +14,21 @@
 #include <string>
 #include <vector>
 
+#include "bench/support/Ends.h"
 #include "pantiq/host/PQReport.h"
 #include "pantiq/media/PQDSVideoOut.h"
 
 namespace {
 
 using namespace pantiq;
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
+using bench::CpuSeconds;
+using bench::Seconds;
 
 constexpr int kWidth = 640, kHeight = 480, kRate = 60;
 constexpr std::int64_t kPeriod = 166667;  // 100 ns
 constexpr int kPictures = 16;
 constexpr double kPumpedSeconds = 20;
-
-double Seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
-
-double CpuSeconds() {
-  timespec time{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
 
 class Source final : public TComponent {
  public:

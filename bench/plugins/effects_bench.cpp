@@ -7,15 +7,12 @@
 #include <gst/gst.h>
 #include <gst/video/video.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "bench/support/Ends.h"
 #include "pantiq/core/PQStreamTypes.h"
 #include "pantiq/host/PQReport.h"
 #include "pantiq/plugins/PQDMOEffect.h"
@@ -23,18 +20,9 @@
 namespace {
 
 using namespace pantiq;
-using Clock = std::chrono::steady_clock;
+using namespace pantiq::bench;
 
 int g_width = 1920, g_height = 1080, g_frames = 60, g_rounds = 9;
-
-double Seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
-
-// Of all threads of the process.
-double CpuSeconds() {
-  timespec time{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
 
 // What one block of frames took.
 struct Block {
@@ -48,32 +36,10 @@ Block Timed(Work work) {
   return {g_frames / Seconds(start), (CpuSeconds() - cpu) / g_frames};
 }
 
-PQRef<TPQImageBuffer> Picture() {
-  PQRef<TPQImageBuffer> frame = PQMakeRef<TPQImageBuffer>(g_width, g_height, vfRGB24);
-  std::uint8_t* to = frame->Write();
-  for (int i = 0; i < frame->GetByteSize(); ++i) to[i] = static_cast<std::uint8_t>(i * 7 + i / 5000);
-  return frame;
-}
-
-struct Source final : TComponent {
-  Source() : OutputPin(*this, {}) {}
-  ~Source() override { BeforeDestructionOnce(); }
-  void BeforeDestruction() override { OutputPin.Disconnect(); }
-  TPQJCImageSourcePin OutputPin;
-};
-
-struct Sink final : TComponent {
-  Sink() : InputPin(*this, JCDispatch::To<&Sink::Dispatch>(this)) {}
-  ~Sink() override { BeforeDestructionOnce(); }
-  void BeforeDestruction() override { InputPin.Disconnect(); }
-  TJCNotifyResult Dispatch(TJCPin&, const TGUID*, IJCNotifyOperation&, TJCNotifyFlags) { return {}; }
-  TPQJCImageSinkPin InputPin;
-};
-
 // Frames through the component.
 class Graph {
  public:
-  Graph(const std::string& name, const std::string& settings) : frame_(Picture()) {
+  Graph(const std::string& name, const std::string& settings) : frame_(Picture(g_width, g_height)) {
     effect_.SetDmoName(name);
     effect_.SetSettings(settings);
     source_.OutputPin.Connect(effect_.InputPin).IgnoreError();
@@ -96,7 +62,7 @@ class Graph {
 // Frames through the element.
 class Pipeline {
  public:
-  explicit Pipeline(const std::string& elements) : frame_(Picture()) {
+  explicit Pipeline(const std::string& elements) : frame_(Picture(g_width, g_height)) {
     const std::string caps = "video/x-raw,format=BGR,width=" + std::to_string(g_width) +
                              ",height=" + std::to_string(g_height) + ",framerate=25/1";
     pipeline_ =
@@ -146,11 +112,6 @@ class Pipeline {
   int came_ = 0;
   PQRef<TPQImageBuffer> frame_;
 };
-
-double Median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
 
 struct Row {
   const char *name, *element, *settings;

@@ -3,16 +3,14 @@
 // for 32. All take turns in blocks of frames; the table has the medians.
 //
 //   bench_plugins [WIDTH HEIGHT [FRAMES [ROUNDS]]]
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "bench/support/Ends.h"
 #include "pantiq/core/PQFramePool.h"
 #include "pantiq/host/PQReport.h"
 #include "pantiq/kernels/PQBaseKernels.h"
@@ -21,39 +19,13 @@
 namespace {
 
 using namespace pantiq;
-using Clock = std::chrono::steady_clock;
+using namespace pantiq::bench;
 
 int g_width = 1920, g_height = 1080, g_frames = 100, g_rounds = 15;
 
-struct Source final : TComponent {
-  Source() : OutputPin(*this, {}) {}
-  ~Source() override { BeforeDestructionOnce(); }
-  void BeforeDestruction() override { OutputPin.Disconnect(); }
-  TPQJCImageSourcePin OutputPin;
-};
-
-struct Sink final : TComponent {
-  Sink() : InputPin(*this, JCDispatch::To<&Sink::Dispatch>(this)) {}
-  ~Sink() override { BeforeDestructionOnce(); }
-  void BeforeDestruction() override { InputPin.Disconnect(); }
-  TJCNotifyResult Dispatch(TJCPin&, const TGUID*, IJCNotifyOperation& op, TJCNotifyFlags) {
-    came += JCOperation<TJCSuppliedBufferOperation>(op) != nullptr;
-    return {};
-  }
-  TPQJCImageSinkPin InputPin;
-  long came = 0;
-};
-
-PQRef<TPQImageBuffer> Picture() {
-  PQRef<TPQImageBuffer> frame = PQMakeRef<TPQImageBuffer>(g_width, g_height, vfRGB24);
-  std::uint8_t* to = frame->Write();
-  for (int i = 0; i < frame->GetByteSize(); ++i) to[i] = static_cast<std::uint8_t>(i * 7 + i / 5000);
-  return frame;
-}
-
 class Graph {
  public:
-  Graph(const char* plugin, bool isolated) : frame_(Picture()) {
+  Graph(const char* plugin, bool isolated) : frame_(Picture(g_width, g_height)) {
     effect_.SetIsolated(isolated);
     effect_.SetFilterFileName(std::string(PANTIQ_BENCH_PLUGINS "/") + plugin);
     source_.OutputPin.Connect(*effect_.InputPins.GetPin(0)).IgnoreError();
@@ -78,11 +50,6 @@ struct Row {
   double copied = 0;
 };
 
-double Median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -98,7 +65,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "bench_plugins: %s: %s\n", entry.text.c_str(), entry.detail.c_str());
     failed = true;
   });
-  const PQRef<TPQImageBuffer> picture = Picture();
+  const PQRef<TPQImageBuffer> picture = Picture(g_width, g_height);
   std::vector<std::uint8_t> block(static_cast<std::size_t>(g_width) * static_cast<std::size_t>(g_height) * 4);
   Graph in_place("idle24.so", false), converted("idle32.so", false), isolated("idle24.so", true),
       isolated32("idle32.so", true);
