@@ -21,6 +21,7 @@ find_package(Threads REQUIRED)
 
 add_library(pantiq_flags INTERFACE)
 target_compile_options(pantiq_flags INTERFACE -Wall -Wextra -ffp-contract=off
+  $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>  # rooms are compiled as one source
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
   $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)  # gcc 12 is wrong about strings and std::function
 if(PANTIQ_SANITIZE STREQUAL "address")
