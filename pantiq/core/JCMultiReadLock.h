@@ -57,6 +57,16 @@ class [[nodiscard]] JCReadSection {
     lock_->EndRead();
     JCLeaveSection();
   }
+  // Runs the work, which throws nothing, outside the hold: it may end the lock's owner, which then waits for the calls of
+  // other threads if this section was the only one.
+  template <class Work>
+  void Outside(Work work) {
+    lock_->EndRead();
+    JCLeaveSection();
+    work();
+    lock_->BeginRead();
+    JCEnterSection();
+  }
   JCReadSection(const JCReadSection&) = delete;
   JCReadSection& operator=(const JCReadSection&) = delete;
 

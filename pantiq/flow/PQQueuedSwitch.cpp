@@ -495,7 +495,7 @@ void TPQQueuedSwitch::OnThreadClockEvent() {
   const auto alive = alive_;
   if (!paused_.load()) {
     auto section = OutputPin.ReadLock();
-    SubmitFrame();
+    SubmitFrame(section);
   }
   if (!alive->load() || IsDestroying() || !is_master_.load()) return;
   auto global = JCGlobalLock().WriteLock();
@@ -521,7 +521,8 @@ void CountDown(std::atomic<std::int32_t>& pending) {
 }  // namespace
 
 // Everything that is called from here may change or end the switch: after each call what is needed is read anew.
-void TPQQueuedSwitch::SubmitFrame() {
+// Events fire outside the hold, so that one which ends the switch waits for the calls of other threads.
+void TPQQueuedSwitch::SubmitFrame(JCReadSection& section) {
   const auto alive = alive_;
   ChannelRef active = ActiveChannel();
   if (active == nullptr || active->paused.load()) return;
@@ -535,7 +536,7 @@ void TPQQueuedSwitch::SubmitFrame() {
       if (paused_.load()) return;
       if (const PQOperationRef frame = active->GetVideoBuffer()) {
         if (active->VideoQueue.ItemsCount() < active->threshold_min.load()) {
-          Fire(GetEvent(active->on_threshold_min), "OnThresholdMin");
+          section.Outside([&] { Fire(GetEvent(active->on_threshold_min), "OnThresholdMin"); });
           if (!alive->load()) return;
         }
         CountDown(video_pending_);
@@ -563,7 +564,7 @@ void TPQQueuedSwitch::SubmitFrame() {
     } else {
       SetActiveChannelIndex(0);
     }
-    Fire(GetEvent(on_switch_), "OnSwitch");
+    section.Outside([&] { Fire(GetEvent(on_switch_), "OnSwitch"); });
     if (!alive->load()) return;
   }
 }

@@ -191,7 +191,7 @@ class PQ_EXPORT TPQQueuedSwitch final : public TComponent, public IPQPacer {
   void SetIgnoreAudio();
   void ResumeAudio();
   void OnThreadClockEvent();
-  void SubmitFrame();
+  void SubmitFrame(JCReadSection& section);
   void Stop();
   void MasterPump(TJCMasterPumpOperation& op, TJCNotifyFlags flags);
   TJCNotifyResult DispatchUp(bool video, IJCNotifyOperation& op, TJCNotifyFlags flags);
