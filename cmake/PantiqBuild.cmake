@@ -21,7 +21,7 @@ find_package(Threads REQUIRED)
 
 add_library(pantiq_flags INTERFACE)
 target_compile_options(pantiq_flags INTERFACE -Wall -Wextra -ffp-contract=off
-  $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>  # rooms are compiled as one source
+  $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-subobject-linkage>  # rooms are compiled as one source
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>
   $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)  # gcc 12 is wrong about strings and std::function
 if(PANTIQ_SANITIZE STREQUAL "address")
@@ -33,6 +33,15 @@ elseif(PANTIQ_SANITIZE STREQUAL "thread")
 elseif(PANTIQ_SANITIZE)
   message(FATAL_ERROR "PANTIQ_SANITIZE is '${PANTIQ_SANITIZE}'; expected address, thread or nothing")
 endif()
+
+# Headers that nearly every source reads; a target whose sources all go into one joined source reads them once anyway.
+function(pq_precompile target)
+  get_target_property(sources ${target} SOURCES)
+  list(LENGTH sources count)
+  if(ARGN AND (NOT CMAKE_UNITY_BUILD OR count GREATER 8))
+    target_precompile_headers(${target} PRIVATE ${ARGN})
+  endif()
+endfunction()
 
 # pq_room(core SOURCES PQGraph.cpp ... USES host kernels): the library of one room, target pantiq::core.
 # PRECOMPILE names a header that nearly every source reads; the debug preset does without, so that a source which lacks an
@@ -48,9 +57,7 @@ function(pq_room room)
   foreach(used IN LISTS ARG_USES)
     target_link_libraries(pantiq_${room} PUBLIC pantiq::${used})
   endforeach()
-  if(ARG_PRECOMPILE)
-    target_precompile_headers(pantiq_${room} PRIVATE ${ARG_PRECOMPILE})
-  endif()
+  pq_precompile(pantiq_${room} ${ARG_PRECOMPILE})
 endfunction()
 
 # pq_test(core SOURCES PQPins_test.cpp ... USES core): one GoogleTest program a room, every case a test of CTest. Test code
@@ -63,7 +70,7 @@ function(pq_test room)
   target_compile_options(test_${room} PRIVATE $<$<NOT:$<CONFIG:Debug>>:-O1>
     $<$<CXX_COMPILER_ID:GNU>:-Wno-array-bounds>
     $<$<CXX_COMPILER_ID:GNU>:-Wno-stringop-overflow>)  # gcc 12 is wrong about strings at -O1
-  target_precompile_headers(test_${room} PRIVATE <gtest/gtest.h> ${ARG_PRECOMPILE})
+  pq_precompile(test_${room} <gtest/gtest.h> ${ARG_PRECOMPILE})
   foreach(used IN LISTS ARG_USES)
     target_link_libraries(test_${room} PRIVATE pantiq::${used})
   endforeach()

@@ -15,7 +15,6 @@ constinit const PQClassTag TPQASFPlayer::kTag{"TPQASFPlayer", &TBXASFBasicPlayer
 
 namespace {
 
-constexpr int kMostEntries = 11;                 // that one wake-up of the notify thread takes
 constexpr std::int64_t kStampPrecision = 10000;  // containers round stamps to whole milliseconds
 
 }  // namespace

@@ -14,7 +14,7 @@ constinit const PQClassTag TPQDSCommonLogger::kTag{"TPQDSCommonLogger", &TPQBase
 
 namespace {
 
-constexpr int kTailLimit = 2000;                       // ms that a frame of the tail may take
+constexpr int kFrameLimit = 2000;                       // ms that a frame of the tail may take
 constexpr int kCloseLimit = 500;                       // ms that any other end may take
 constexpr auto kAudioLimit = std::chrono::seconds(1);  // that the first frame waits for the start of the sound
 
@@ -249,7 +249,7 @@ void TPQDSCommonLogger::EndAVI(bool keep_tail) {
     for (const PQFilterId source : {audio_source_, video_source_}) {
       if (source != 0) (void)graph->EndOfStream(source);
     }
-    const PQPlatformResult result = graph->Drain(keep_tail ? kTailLimit : kCloseLimit);
+    const PQPlatformResult result = graph->Drain(keep_tail ? kFrameLimit : kCloseLimit);
     if (!result.Ok()) {
       Report(this, PQSeverity::Warning, "the end of " + recorded_name_ + " could not be written", result.code,
              result.detail);

@@ -14,6 +14,8 @@
 
 namespace pantiq {
 
+inline constexpr int kMostEntries = 11;  // that one wake-up of a notify thread takes
+
 // A sample in memory of its own.
 struct TPQDSBufferNode {
   std::int64_t Start = 0, Stop = 0;  // 100 ns

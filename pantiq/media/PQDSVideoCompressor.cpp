@@ -14,9 +14,8 @@ constinit const PQClassTag TPQDSVideoCompressor::kTag{"TPQDSVideoCompressor", &T
 
 namespace {
 
-constexpr int kMostEntries = 11;                 // that one wake-up of the notify thread takes
-constexpr int kMostQueued = 64;                  // blocks that wait before frames do
-constexpr std::size_t kMostNumbers = 1024;       // of frames inside the graph
+constexpr int kMostQueued = 64;             // blocks that wait before frames do
+constexpr std::size_t kMostNumbers = 1024;  // of frames inside the graph
 
 }  // namespace
 

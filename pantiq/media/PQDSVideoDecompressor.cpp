@@ -17,8 +17,7 @@ constinit const PQClassTag TPQDSVideoDecompressor::kTag{"TPQDSVideoDecompressor"
 
 namespace {
 
-constexpr int kMostEntries = 11;                 // that one wake-up of the notify thread takes
-constexpr std::int64_t kNominalLength = 0;       // of a frame: none is nominated, so its own counts
+constexpr std::int64_t kNominalLength = 0;  // of a frame: none is nominated, so its own counts
 constexpr const char* kNoBinarySource = "Can't set binary source filter.";
 
 std::int32_t Clamped(std::int64_t bytes) {

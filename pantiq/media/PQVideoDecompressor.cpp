@@ -25,7 +25,7 @@ std::int32_t RowsOf(const BITMAPINFOHEADER& header) {
 }
 
 // The frames as the codec gives them: whatever was announced, they come in 24 bits.
-BITMAPINFOHEADER AsCodecSees(BITMAPINFOHEADER header) {
+BITMAPINFOHEADER AsCodecGives(BITMAPINFOHEADER header) {
   header.biHeight = RowsOf(header);
   header.biBitCount = 24;
   return header;
@@ -156,7 +156,7 @@ TJCNotifyResult TPQVideoDecompressor::StartDecompression(float rate, TJCNotifyFl
   manager_ = LoadCodecManager(result);
   if (manager_ != nullptr) {
     result = {kPlatformFormat, "name a codec in Decompressions"};
-    const BITMAPINFOHEADER output = AsCodecSees(output_);
+    const BITMAPINFOHEADER output = AsCodecGives(output_);
     for (const auto& choice : decompressions_.Choices()) {
       tag_ = choice.tag;
       input_.biCompression = tag_;
@@ -185,7 +185,7 @@ TJCNotifyResult TPQVideoDecompressor::StartVideoDecompression(TPQStartVideoCompr
   PQPlatformResult result;
   manager_ = LoadCodecManager(result);
   if (manager_ != nullptr) {
-    BITMAPINFOHEADER output = AsCodecSees(output_);
+    BITMAPINFOHEADER output = AsCodecGives(output_);
     result = manager_->ICLocate(kVideoCodecType, tag_, input_, &output, kCodecDecompress, handle_);
     if (!result.Ok()) handle_ = 0;
     if (handle_ == 0) {
@@ -208,7 +208,7 @@ TJCNotifyResult TPQVideoDecompressor::BeginDecompression(float rate, PQPlatformR
     DisconnectDecompression();
   }
   if (handle_ != 0) {
-    result = manager_->ICDecompressBegin(handle_, input_, AsCodecSees(output_));
+    result = manager_->ICDecompressBegin(handle_, input_, AsCodecGives(output_));
     if (!result.Ok()) DisconnectDecompression();
   }
   if (handle_ == 0) {
@@ -283,7 +283,7 @@ TJCNotifyResult TPQVideoDecompressor::DoDecompression(const IRWDataBuffer& buffe
   input_.biSizeImage = static_cast<std::uint32_t>(bytes);
   const int step = first.GetStep();
   const PQCodecPicture picture{first.Write(), step, static_cast<std::size_t>(first.GetByteSize())};
-  PQPlatformResult result = manager_->ICDecompress(handle_, 0, input_, data, AsCodecSees(output_), picture);
+  PQPlatformResult result = manager_->ICDecompress(handle_, 0, input_, data, AsCodecGives(output_), picture);
   if (result.Ok()) {
     result.code = std::min<long>(ippiMirror_8u_C3R(first.Read(), step, second.Write(), step, first.GetSize(), 0), 0);
   }
