@@ -1129,6 +1129,8 @@ class ExampleGraphs(Case):
                     continue
                 self.assertEqual(self.pantiq("save", graph, "-o", "-").out, text)
 
+    @unittest.skipIf(os.environ.get("PANTIQ_SANITIZE") == "thread",
+                     "ThreadSanitizer looks at what GStreamer writes in pieces of eight bytes; encoders take too long")
     def test_each_runs_on_a_clip(self):
         clip = "TPQJaehneGen ImageSize.Width=1280 ImageSize.Height=720 ! TPQGaussNoise ! TPQASFLogger FileName=in.mp4"
         made = subprocess.run([PANTIQ, "run", "--frames", "6", clip], cwd=self.folder, capture_output=True)

@@ -140,11 +140,12 @@ class CodecTest : public ::testing::Test {
   virtual void Send() = 0;
   virtual int Came() = 0;  // frames or blocks at the sink
   virtual void StopFromBelow() = 0;
-  virtual void OnArrival(std::function<void()> closure) = 0;
+  virtual void ListenAtSink() = 0;  // calls Arrived for each frame or block
   virtual void CheckEnd(End) {}
 
   // While a frame waits inside the graph, and from inside the way down of what came out of it.
   void EveryWaitEnds() {
+    ListenAtSink();
     for (const End end : {End::StopFromBelow, End::Disconnect, End::Destroy}) {
       for (const bool on_the_way_down : {false, true}) {
         SCOPED_TRACE(static_cast<int>(end) * 10 + on_the_way_down);
@@ -155,12 +156,14 @@ class CodecTest : public ::testing::Test {
           if (end == End::Destroy) codec.reset();
         };
         const int before = Came();
-        std::atomic<bool> begun{false}, ended{false};
-        OnArrival([&] {
-          if (!on_the_way_down || begun.exchange(true)) return;
-          finish();
-          ended.store(true);
-        });
+        std::atomic<bool> ended{false};
+        if (on_the_way_down) {
+          const std::lock_guard lock(mutex_);
+          at_first_arrival_ = [&] {
+            finish();
+            ended.store(true);
+          };
+        }
         Start();
         if (on_the_way_down) {
           for (int i = 0; i < 200; ++i) Send();
@@ -175,9 +178,17 @@ class CodecTest : public ::testing::Test {
         }
         while (state.live.load() > 0) std::this_thread::yield();
         CheckEnd(end);
-        OnArrival({});
       }
     }
+  }
+
+  void Arrived() {
+    std::function<void()> call;
+    {
+      const std::lock_guard lock(mutex_);
+      call.swap(at_first_arrival_);
+    }
+    if (call) call();
   }
 
   FakeCodecModule module;
@@ -186,6 +197,10 @@ class CodecTest : public ::testing::Test {
   Source source;
   Sink sink;
   std::unique_ptr<Codec> codec;
+
+ private:
+  std::mutex mutex_;
+  std::function<void()> at_first_arrival_;
 };
 
 class CompressorTest : public CodecTest<TPQDSVideoCompressor, StreamSource, BlockSink> {
@@ -199,9 +214,9 @@ class CompressorTest : public CodecTest<TPQDSVideoCompressor, StreamSource, Bloc
   void Send() override { source.SendFrame(16, 8, 0); }
   int Came() override { return sink.Blocks(); }
   void StopFromBelow() override { sink.Pin.Notify(*PQMakeRef<TJCStopOperation>()); }
-  void OnArrival(std::function<void()> closure) override {
-    sink.on_op = [closure = std::move(closure)](IJCNotifyOperation& op) {
-      if (closure && JCOperation<TJCSuppliedBufferOperation>(op) != nullptr) closure();
+  void ListenAtSink() override {
+    sink.on_op = [this](IJCNotifyOperation& op) {
+      if (JCOperation<TJCSuppliedBufferOperation>(op) != nullptr) Arrived();
     };
   }
 };
@@ -563,9 +578,9 @@ class DecompressorTest : public CodecTest<TPQDSVideoDecompressor, BlockSource, S
   void Send() override { source.Send(100, 1); }
   int Came() override { return static_cast<int>(sink.Frames().size()); }
   void StopFromBelow() override { StopUp(sink.VideoPin); }
-  void OnArrival(std::function<void()> closure) override {
-    sink.on_op = [closure = std::move(closure)](bool, IJCNotifyOperation& op) {
-      if (closure && JCOperation<TJCSuppliedBufferOperation>(op) != nullptr) closure();
+  void ListenAtSink() override {
+    sink.on_op = [this](bool, IJCNotifyOperation& op) {
+      if (JCOperation<TJCSuppliedBufferOperation>(op) != nullptr) Arrived();
     };
   }
   void CheckEnd(End end) override { EXPECT_EQ(source.stops.load(), stops_ + (end == End::StopFromBelow ? 1 : 0)); }
