@@ -54,7 +54,7 @@ for preset in "${presets[@]}"; do
   run "$preset" "$preset"
   if [ "$preset" = release ]; then
     for variant in px a6 w7 t7; do
-      PANTIQ_CPU=$variant run "release, filters and compose on variant $variant" release -L "filters|flow|compose"
+      PANTIQ_CPU=$variant run "release, filters, flow and compose on variant $variant" release -L "filters|flow|compose"
     done
   fi
 done
