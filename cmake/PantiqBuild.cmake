@@ -1,5 +1,6 @@
 # Flags and helpers that every room shares.
 include(GNUInstallDirs)
+include(PantiqInstall)
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -18,6 +19,14 @@ set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
 set(PANTIQ_MODULE_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib/pantiq")
 
 find_package(Threads REQUIRED)
+
+# pq_need(PNG libpng-dev PANTIQ_PICTURES): find_package, or one line that says what to install or which option to turn off.
+macro(pq_need package debian option)
+  find_package(${package} QUIET)
+  if(NOT ${package}_FOUND)
+    message(FATAL_ERROR "${package} was not found: install ${debian}, or configure with -D${option}=OFF")
+  endif()
+endmacro()
 
 add_library(pantiq_flags INTERFACE)
 target_compile_options(pantiq_flags INTERFACE -Wall -Wextra -ffp-contract=off
@@ -58,6 +67,7 @@ function(pq_room room)
     target_link_libraries(pantiq_${room} PUBLIC pantiq::${used})
   endforeach()
   pq_precompile(pantiq_${room} ${ARG_PRECOMPILE})
+  pq_install_room(${room} ${ARG_USES})
 endfunction()
 
 # pq_test(core SOURCES PQPins_test.cpp ... USES core): one GoogleTest program a room, every case a test of CTest. Test code

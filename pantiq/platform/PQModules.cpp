@@ -122,6 +122,9 @@ std::vector<std::string> ModuleFolders() {
     if (folder.empty()) continue;
     add(folder);
     add(folder / "../lib/pantiq");
+#ifdef PANTIQ_MODULE_LIBRARY_FOLDER
+    add(folder / ".." / PANTIQ_MODULE_LIBRARY_FOLDER / "pantiq");
+#endif
     add(folder / "pantiq");
   }
 #ifdef PANTIQ_MODULE_BUILD_FOLDER
@@ -130,6 +133,7 @@ std::vector<std::string> ModuleFolders() {
 #ifdef PANTIQ_MODULE_INSTALL_FOLDER
   add(PANTIQ_MODULE_INSTALL_FOLDER);
 #endif
+  add("/usr/lib/pantiq");  // of a package: a program that is linked with its archives lies anywhere
   return folders;
 }
 

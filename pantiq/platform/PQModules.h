@@ -13,7 +13,8 @@ namespace pantiq {
 // call tries again. Any thread.
 //
 // Looked for in this order: the folders of PANTIQ_MODULE_PATH (separated by colons), the folder of the program, the
-// folder of the library, ../lib/pantiq beside each of these two, the build tree, the place of installation.
+// folder of the library, ../lib/pantiq beside each of these two, the build tree of a project around this one, the place of
+// installation, /usr/lib/pantiq.
 PQ_EXPORT PQMediaModule* LoadMediaModule(PQPlatformResult& result);
 
 // Replaces the module by the caller's object (null: back to the module on disk). For tests, and for programs with an
