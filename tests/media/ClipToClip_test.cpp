@@ -190,7 +190,12 @@ TEST_F(ClipToClip, AnyOfThemMayDieWhileItRuns) {
     logger.reset();
     player.reset();
     mirror.reset();
-    EXPECT_GT(Play(folder.File("dying.asf")).numbers.size(), 0u) << "what was written plays";
+    const auto played = Play(folder.File("dying.asf")).numbers.size();
+#if !defined(__SANITIZE_THREAD__)  // it slows the encoder down so far that nothing may have been written
+    EXPECT_GT(played, 0u) << "what was written plays";
+#else
+    (void)played;
+#endif
     Make();
   }
 }
