@@ -174,7 +174,7 @@ TEST_F(ClipToClip, AStopInTheMiddleLeavesAFileThatPlays) {
 
 // Each of the three dies while the stream runs, in every order.
 TEST_F(ClipToClip, AnyOfThemMayDieWhileItRuns) {
-  ASSERT_EQ(MakeClip(*module, folder.File("long.asf"), {320, 240, 250, 400000, 44100, 2}), "");
+  ASSERT_EQ(MakeClip(*module, folder.File("long.asf"), {64, 48, 250, 400000, 44100, 2}), "");
   for (int round = 0; round < 6; ++round) {
     player->SetFileName(folder.File("long.asf"));
     logger->SetFileName(folder.File("dying.asf"));
@@ -190,12 +190,7 @@ TEST_F(ClipToClip, AnyOfThemMayDieWhileItRuns) {
     logger.reset();
     player.reset();
     mirror.reset();
-    const auto played = Play(folder.File("dying.asf")).numbers.size();
-#if !defined(__SANITIZE_THREAD__)  // it slows the encoder down so far that nothing may have been written
-    EXPECT_GT(played, 0u) << "what was written plays";
-#else
-    (void)played;
-#endif
+    EXPECT_GT(Play(folder.File("dying.asf")).numbers.size(), 0u) << "what was written plays";
     Make();
   }
 }

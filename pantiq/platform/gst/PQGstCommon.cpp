@@ -204,16 +204,25 @@ ElementPtr MakePipeline(std::shared_ptr<BusFlow> flow) {
   ElementPtr pipeline(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
   GstBus* bus = gst_element_get_bus(pipeline.get());
   const auto told = [](GstBus*, GstMessage* message, gpointer data) {
-    BusFlow& flow = **static_cast<std::shared_ptr<BusFlow>*>(data);
+    BusFlow* flow = nullptr;
     {
-      const std::lock_guard lock(flow.mutex);
-      flow.OnMessage(message);
-      flow.changed.notify_all();
+      const std::lock_guard seam(SeamMutex());
+      flow = static_cast<std::shared_ptr<BusFlow>*>(data)->get();
+    }
+    {
+      const std::lock_guard lock(flow->mutex);
+      flow->OnMessage(message);
+      flow->changed.notify_all();
     }
     gst_message_unref(message);
     return GST_BUS_DROP;
   };
-  gst_bus_set_sync_handler(bus, told, new std::shared_ptr<BusFlow>(std::move(flow)),
+  std::shared_ptr<BusFlow>* held = nullptr;
+  {
+    const std::lock_guard seam(SeamMutex());
+    held = new std::shared_ptr<BusFlow>(std::move(flow));
+  }
+  gst_bus_set_sync_handler(bus, told, held,
                            [](gpointer data) { delete static_cast<std::shared_ptr<BusFlow>*>(data); });
   gst_object_unref(bus);
   return pipeline;
