@@ -14,7 +14,7 @@ constinit const PQClassTag TPQDSCommonLogger::kTag{"TPQDSCommonLogger", &TPQBase
 
 namespace {
 
-constexpr int kFrameLimit = 2000;                       // ms that a frame of the tail may take
+constexpr int kFrameLimit = 2000;                      // ms that a frame of the tail may take
 constexpr int kCloseLimit = 500;                       // ms that any other end may take
 constexpr auto kAudioLimit = std::chrono::seconds(1);  // that the first frame waits for the start of the sound
 
@@ -251,8 +251,9 @@ void TPQDSCommonLogger::EndAVI(bool keep_tail) {
     }
     const PQPlatformResult result = graph->Drain(keep_tail ? kFrameLimit : kCloseLimit);
     if (!result.Ok()) {
-      Report(this, PQSeverity::Warning, "the end of " + recorded_name_ + " could not be written", result.code,
-             result.detail);
+      // What was to be kept is lost; other ends lose by what they are.
+      const PQSeverity severity = keep_tail ? PQSeverity::Error : PQSeverity::Warning;
+      Report(this, severity, "the end of " + recorded_name_ + " could not be written", result.code, result.detail);
     }
   }
   DestroyGraph();

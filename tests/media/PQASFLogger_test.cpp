@@ -316,6 +316,24 @@ TEST_F(LoggerTest, AProperStopKeepsTheTailAndOthersCloseSoon) {
   EXPECT_EQ(state.live.load(), 0);
 }
 
+TEST_F(LoggerTest, ATailThatIsLostIsAnError) {
+  for (const bool proper : {true, false}) {
+    reports.Clear();
+    state.log.FailStep(proper ? "Drain 2000" : "Drain 500");
+    source.StartVideo(16, 8);
+    source.SendFrame(16, 8, 0);
+    if (proper) {
+      source.VideoPin.Stop();
+    } else {
+      logger->InputPin.Disconnect();
+    }
+    ASSERT_EQ(reports.All().size(), 1u);
+    EXPECT_EQ(reports.All()[0].text, "the end of " + logger->GetFileName() + " could not be written");
+    EXPECT_EQ(reports.All()[0].severity, proper ? PQSeverity::Error : PQSeverity::Warning);
+    EXPECT_EQ(state.live.load(), 0);
+  }
+}
+
 // A start in between is a change of format, not a new file; a new name is a new file.
 TEST_F(LoggerTest, AStartWhileItRunsGoesOn) {
   source.StartVideo(16, 8);
