@@ -47,7 +47,7 @@ class Installed(unittest.TestCase):
         # Linked with archives it lies elsewhere: it is told where the modules are.
         more = {**self.environment, "PANTIQ_MODULE_PATH": str(self.prefix / LIBDIR / "pantiq")}
         said = run(program, env=more)
-        self.assertRegex(said, r"^frame of 320x240, top left 0x[0-9A-F]{6}\n")
+        self.assertTrue(said.startswith("3 frames\n"), said)
         self.assertIn("media: there" if MEDIA else "PANTIQ_MEDIA=ON", said)
 
     def configure(self, name, text):
