@@ -9,6 +9,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 namespace pantiq {
@@ -95,7 +96,14 @@ std::unique_ptr<PQDynamicLibrary> PQDynamicLibrary::Load(const std::string& file
   return std::unique_ptr<PQDynamicLibrary>(new PQDynamicLibrary(handle));
 }
 
-PQDynamicLibrary::~PQDynamicLibrary() { dlclose(handle_); }
+PQDynamicLibrary::~PQDynamicLibrary() {
+  // A file that was opened twice is unloaded by whoever closes it last, with memory that the users of the other
+  // opening wrote. The order of two closings is made here; the loader's own is hidden from the thread sanitizer.
+  // Recursive, as a library that is unloaded may close another.
+  static std::recursive_mutex closing;
+  const std::lock_guard lock(closing);
+  dlclose(handle_);
+}
 
 void* PQDynamicLibrary::Find(const char* name) const { return dlsym(handle_, name); }
 

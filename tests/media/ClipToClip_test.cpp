@@ -61,6 +61,14 @@ class ClipToClip : public ::testing::Test {
     ASSERT_TRUE(logger->InputPin.Connect(mirror->OutputPin).Ok());
     ASSERT_TRUE(logger->AudioInputPin.Connect(player->AudioOutputPin).Ok());
   }
+  // Until the last stream has ended: the recording is closed then.
+  void RunToTheEnd(bool with_sound) {
+    Watch picture(logger->InputPin), sound(logger->AudioInputPin);
+    Start(logger->InputPin);
+    Start(logger->AudioInputPin);
+    picture.WaitForStops(1);
+    if (with_sound) sound.WaitForStops(1);
+  }
   struct Content {
     std::vector<SeenFrame> frames;
     std::vector<int> numbers;
@@ -127,12 +135,7 @@ TEST_F(ClipToClip, KeepsEveryFrameAndTheSound) {
     ASSERT_EQ(MakeClip(*module, folder.File(clip.name), clip.form), "");
     player->SetFileName(folder.File(clip.name));
     logger->SetFileName(folder.File(clip.output));
-    {
-      Watch watch(logger->InputPin);
-      Start(logger->InputPin);
-      Start(logger->AudioInputPin);
-      watch.WaitForStops(1);
-    }
+    RunToTheEnd(clip.form.sample_rate != 0);
     EXPECT_FALSE(logger->IsRunning());
     for (const std::string& text : reports.Texts()) ADD_FAILURE() << text;
     const Content content = Play(folder.File(clip.output));
@@ -214,11 +217,7 @@ TEST_F(ClipToClip, WhatCannotBeReadOrWrittenIsToldAndTheOldFileStays) {
   player->SetFileName(folder.File("good.asf"));
   const std::string bad = folder.File("no/folder/out.asf");
   logger->SetFileName(bad);
-  {
-    Watch watch(logger->InputPin);
-    Start(logger->InputPin);
-    watch.WaitForStops(1);
-  }
+  RunToTheEnd(false);
   ASSERT_EQ(reports.All().size(), 1u);
   EXPECT_EQ(reports.All()[0].text, "Can't create file : " + bad + " .");
   EXPECT_NE(reports.All()[0].detail.find("No such file"), std::string::npos) << reports.All()[0].detail;
@@ -230,11 +229,7 @@ TEST_F(ClipToClip, APartOfTheFile) {
   player->SetStartTime(20000000);
   player->SetDuration(12000000);
   logger->SetFileName(folder.File("part.asf"));
-  {
-    Watch watch(logger->InputPin);
-    Start(logger->InputPin);
-    watch.WaitForStops(1);
-  }
+  RunToTheEnd(true);
   const Content content = Play(folder.File("part.asf"));
   ASSERT_FALSE(content.numbers.empty());
   EXPECT_EQ(content.numbers.front(), Flipped(50));
