@@ -1,5 +1,5 @@
-// Commands that show what there is: classes, one class, kernels, and what the platform brings: codecs, effects, devices. Only
-// the last three make a module of the platform load.
+// Commands that show what there is: classes, one class, kernels, and what the platform brings: codecs, encoders, effects,
+// devices. Only the last four make a module of the platform load.
 #pragma once
 #include <string>
 
@@ -16,5 +16,7 @@ int ListKernels(bool json);
 int ListEffects(const std::string& name, bool json);
 // The devices that video and sound can be played to, each opened in a process of its own.
 int ListDevices(bool json);
+// The encoders of the media engine, each tried in a process of its own.
+int ListEncoders(bool json);
 
 }  // namespace pantiq::app

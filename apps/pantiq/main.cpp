@@ -138,7 +138,7 @@ int Main(int argc, char** argv) {
 
   RunArguments run;
   PlayArguments play;
-  bool json = false, codecs = false, devices = false;
+  bool json = false, codecs = false, devices = false, encoders = false;
   std::string class_name, effect_name, plugin, output;
 
   CLI::App* run_command = program.add_subcommand("run", "Run a graph");
@@ -179,6 +179,10 @@ int Main(int argc, char** argv) {
   list->add_flag("--devices", devices, "List the devices that TPQDSVideoOut plays to, each tried")
       ->excludes(effects_option)
       ->excludes("--codecs");
+  list->add_flag("--encoders", encoders, "List the encoders for TPQDSVideoCompressor, each tried, in seconds")
+      ->excludes(effects_option)
+      ->excludes("--codecs")
+      ->excludes("--devices");
 
   CLI::App* inspect = program.add_subcommand("inspect", "Show the properties and pins of a class, or a plug-in");
   CLI::Option* class_option = inspect->add_option("class", class_name, "The class")->type_name("CLASS");
@@ -219,7 +223,7 @@ int Main(int argc, char** argv) {
   // What the program asks of itself in a process of its own.
   std::string trial_category, trial_device;
   CLI::App* trial = program.add_subcommand("try-device", "Try a device")->group("");
-  trial->add_option("category", trial_category)->required()->check(CLI::IsMember({"video", "audio"}));
+  trial->add_option("category", trial_category)->required()->check(CLI::IsMember({"video", "audio", "encoder"}));
   trial->add_option("device", trial_device)->required();
 
   CLI::App* kernels = program.add_subcommand("kernels", "Show which variant of each kernel this processor runs");
@@ -247,6 +251,7 @@ int Main(int argc, char** argv) {
   if (*play_command) return PlayFile(play);
   if (*list && codecs) return ListCodecs(json);
   if (*list && devices) return ListDevices(json);
+  if (*list && encoders) return ListEncoders(json);
   if (*effects_option) return ListEffects(effect_name, json);
   if (*list) return ListClasses(json);
   if (*plugin_option) return InspectPlugin(plugin, json);

@@ -14,7 +14,7 @@ _pantiq() {
     run) words='-h --help --frames --seconds --from --overwrite --at --realtime --json --quiet' ;;
     convert) words='-h --help --frames --seconds --from --overwrite --at --json --quiet' ;;
     check) words='-h --help --json' ;;
-    list) words='-h --help --effects --json --codecs --devices' ;;
+    list) words='-h --help --effects --json --codecs --devices --encoders' ;;
     inspect) words='-h --help --plugin --json' ;;
     save) words='-h --help -o --output --overwrite' ;;
     dot) words='-h --help' ;;

@@ -17,6 +17,7 @@ import time
 import unittest
 
 PANTIQ = os.environ["PANTIQ"]
+LONG = os.environ.get("PANTIQ_TEST_LONG") is not None
 GEN = "TPQJaehneGen ImageSize.Width=32 ImageSize.Height=16"
 
 
@@ -837,6 +838,25 @@ class Codecs(Case):
         done = self.pantiq("run", line, *more)
         self.assertEqual(done.err.count("warning"), 0, done.err)
         return done.out
+
+    def test_encoders_are_tried(self):
+        """One that is there and one that is not, each in a process of its own; all of them in the long set."""
+        tried = json.loads(self.pantiq("try-device", "encoder", "gst:element=jpegenc").out)
+        if tried["code"] != 0:
+            self.skipTest(tried["detail"])
+        self.assertEqual((tried["blocks"], tried["frames"], tried["at_once"]), (5, 5, True))
+        self.assertGreater(tried["decibel"], 30)
+        missing = json.loads(self.pantiq("try-device", "encoder", "gst:element=nosuchenc").out)
+        self.assertNotEqual(missing["code"], 0)
+        self.assertIn("nosuchenc", missing["detail"])
+        if LONG:
+            listed = json.loads(self.pantiq("list", "--encoders", "--json").out)["encoders"]
+            self.assertIn("gst:element=jpegenc", [e["compressor"] for e in listed if e["usable"]])
+            self.assertTrue(all(e["reason"] for e in listed if not e["usable"]))
+            text = self.pantiq("list", "--encoders").out
+            for encoder in listed:
+                self.assertIn(encoder["name"], text)
+        self.refused("list", "--encoders", "--codecs", says=["excludes"])
 
     def test_a_clip_comes_back(self):
         made = "TPQJaehneGen ImageSize.Width=162 ImageSize.Height=122 ! TPQGaussNoise"

@@ -112,6 +112,19 @@ class Reader final : public PQMediaReader {
   }
 
  private:
+  // Where Debian has what is missing: the first of the packages that come into question and are not here. What they lack
+  // is in the last.
+  static std::string PackageFor(const std::string& name) {
+    const auto installed = [](const char* plugin) {
+      GstPlugin* const found = gst_registry_find_plugin(gst_registry_get(), plugin);
+      if (found != nullptr) gst_object_unref(found);
+      return found != nullptr;
+    };
+    const bool demuxer = name.find("demuxer") != std::string::npos;
+    if (demuxer && !installed("isomp4")) return "gstreamer1.0-plugins-good";
+    if (!demuxer && !installed("libav")) return "gstreamer1.0-libav";
+    return "gstreamer1.0-plugins-bad";
+  }
   static PQPlatformResult NotOpen() { return {kPlatformState, "no file is open"}; }
   PQPlatformResult SetRunning(GstState state) {
     if (pipeline_ == nullptr || !running_) return {kPlatformState, "the reader does not run"};
@@ -123,8 +136,7 @@ class Reader final : public PQMediaReader {
     const std::lock_guard lock(mutex_);
     if (failure_.Ok()) return {kPlatformFailed, otherwise};
     PQPlatformResult result = failure_;
-    for (const std::string& name : missing_)
-      result.detail += "; no decoder for " + name + ", install gstreamer1.0-libav";
+    for (const std::string& name : missing_) result.detail += "; no fitting " + name + ", install " + PackageFor(name);
     return result;
   }
 
@@ -453,7 +465,7 @@ void Reader::ReadProps(Output& output) {
     props.sample_size = props.width * 3 * props.height;
     props.time_per_frame = FramePeriod(output);
     const std::lock_guard lock(mutex_);
-    for (const std::string& name : missing_) props.notes.push_back("there is no decoder for " + name);
+    for (const std::string& name : missing_) props.notes.push_back("a part is left out: no fitting " + name + ", install " + PackageFor(name));
   } else if (props.major_type == PQMediaType::Audio &&
              gst_audio_info_from_caps(&output.audio_info, output.caps.get())) {
     props.subtype = PQMediaSubtype::Pcm, props.format_type = PQMediaFormatType::WaveFormat;
