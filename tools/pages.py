@@ -23,6 +23,7 @@ FRAME = "TPQResize OutputSize.Width=480 OutputSize.Height=270 Interpolation=imSu
 
 
 def run(program, *args):
+    """What the program says."""
     done = subprocess.run([program, *args], capture_output=True, text=True, cwd=ROOT)  # plug-ins are named from there
     if done.returncode != 0:
         sys.exit(f"pages: {' '.join(args)}\n{done.stderr}")
@@ -93,6 +94,26 @@ def make_pictures(program, name, shown):
                 made.replace(target)
 
 
+def keep(folder, texts, check, wrong):
+    """Writes the texts, by file name, as the pages of a folder, or adds to the faults what they differ in; the exit code."""
+    tool = pathlib.Path(sys.argv[0]).name
+    folder.mkdir(parents=True, exist_ok=True)
+    for file in folder.glob("*.md"):
+        if file.name not in texts:
+            wrong.append(f"{file.name} is of nothing that is there; run tools/{tool}")
+            if not check:
+                file.unlink()
+    for file_name, text in texts.items():
+        file = folder / file_name
+        if check and (not file.exists() or file.read_text() != text):
+            wrong.append(f"{file_name} is not what the program describes; run tools/{tool}")
+        if not check:
+            file.write_text(text)
+    for fault in wrong if check else []:
+        print("pages:", fault, file=sys.stderr)
+    return 1 if check and wrong else 0
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("program")
@@ -117,22 +138,7 @@ def main():
                   if not (IMAGES / picture_name(name, i, e)).exists()]
     texts["README.md"] = "\n".join(index) + "\n"
     wrong += [f"pictures of {name}, which is no component" for name in shown if name not in classes]
-    PAGES.mkdir(parents=True, exist_ok=True)
-    for file in PAGES.glob("*.md"):
-        if file.name not in texts:
-            wrong.append(f"{file.name} is of no component")
-            if not options.check:
-                file.unlink()
-    for file_name, text in texts.items():
-        file = PAGES / file_name
-        if options.check and (not file.exists() or file.read_text() != text):
-            wrong.append(f"{file_name} is not what the program describes; run tools/pages.py")
-        if not options.check:
-            file.write_text(text)
-    for fault in wrong if options.check else []:
-        print("pages:", fault, file=sys.stderr)
-    return 1 if options.check and wrong else 0
-
+    return keep(PAGES, texts, options.check, wrong)
 
 if __name__ == "__main__":
     sys.exit(main())

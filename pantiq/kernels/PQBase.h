@@ -4,6 +4,9 @@
 // >> s rounds half to even; v is below 2^16, so s above 17 acts as 17 (gives 0) and needs 18 bits. s < 0: v << -s,
 // where 8 places saturate everything but 0, 24 bits. Quotients: n = src2 * 2^max(-s, 0), d = src1 * 2^max(s, 0), with s
 // limited to -16..9 (2^16 / 255 is above 255; 255 / 2^9 is below one half), 24 bits.
+//
+// ippsSet_8u
+//   length bytes of value. Faults in the order in which they are found: null -8, length below 1 -6.
 #pragma once
 
 #include "pantiq/kernels/PQVariants.h"

@@ -50,16 +50,16 @@ PQ_EXPORT IppStatus ippiSub_8u_C1RSfs PQ_PARAMS_TwoScaled;  // src2 - src1: the 
 PQ_EXPORT IppStatus ippiSub_8u_C3RSfs PQ_PARAMS_TwoScaled;
 PQ_EXPORT IppStatus ippiMul_8u_C1RSfs PQ_PARAMS_TwoScaled;  // src1 * src2
 PQ_EXPORT IppStatus ippiMul_8u_C3RSfs PQ_PARAMS_TwoScaled;
-PQ_EXPORT IppStatus ippiDiv_8u_C1RSfs PQ_PARAMS_TwoScaled;  // src2 / src1: the second over the first; 0 / 0 is 0 and
-PQ_EXPORT IppStatus ippiDiv_8u_C3RSfs PQ_PARAMS_TwoScaled;  // x / 0 is 255, at any scale and with status 0
+PQ_EXPORT IppStatus ippiDiv_8u_C1RSfs PQ_PARAMS_TwoScaled;  // src2 / src1; 0 / 0 is 0, x / 0 is 255, at any scale
+PQ_EXPORT IppStatus ippiDiv_8u_C3RSfs PQ_PARAMS_TwoScaled;
 
 // ---- Logic and difference, sample by sample.
 
-PQ_EXPORT IppStatus ippiAnd_8u_C1R PQ_PARAMS_Two;
+PQ_EXPORT IppStatus ippiAnd_8u_C1R PQ_PARAMS_Two;  // src1 and src2, bit by bit
 PQ_EXPORT IppStatus ippiAnd_8u_C3R PQ_PARAMS_Two;
-PQ_EXPORT IppStatus ippiOr_8u_C1R PQ_PARAMS_Two;
+PQ_EXPORT IppStatus ippiOr_8u_C1R PQ_PARAMS_Two;  // src1 or src2, bit by bit
 PQ_EXPORT IppStatus ippiOr_8u_C3R PQ_PARAMS_Two;
-PQ_EXPORT IppStatus ippiXor_8u_C1R PQ_PARAMS_Two;
+PQ_EXPORT IppStatus ippiXor_8u_C1R PQ_PARAMS_Two;  // src1 xor src2, bit by bit
 PQ_EXPORT IppStatus ippiXor_8u_C3R PQ_PARAMS_Two;
 PQ_EXPORT IppStatus ippiAbsDiff_8u_C1R PQ_PARAMS_Two;      // |src1 - src2|
 PQ_EXPORT IppStatus ippiAnd_8u_C3IR PQ_PARAMS_TwoInPlace;  // srcDst = srcDst and src
@@ -99,7 +99,7 @@ PQ_EXPORT IppStatus ippiFilterMedianVert_8u_C3R PQ_PARAMS_ImageCode;
 // n = level * 65025; above 1 acts as 1. A level of 0 or below, or not a number, has n estimated as the mean of v over
 // the region. buffer: of the size that ippiFilterWienerGetBufferSize gives for this region and mask, used during the
 // call alone. Checks: pointers, region, steps, mask sides below 1 (-33), an anchor outside the mask (-34).
-PQ_EXPORT IppStatus ippiFilterWiener_8u_C1R PQ_PARAMS_Wiener;  // noise: one level is read
+PQ_EXPORT IppStatus ippiFilterWiener_8u_C1R PQ_PARAMS_Wiener;  // C1 reads one level of noise.
 PQ_EXPORT IppStatus ippiFilterWiener_8u_C3R PQ_PARAMS_Wiener;
 // Bytes of the work buffer, above 0, the same for one channel and for three. Null -8, region -6, mask -33.
 PQ_EXPORT IppStatus ippiFilterWienerGetBufferSize PQ_PARAMS_WienerSize;
@@ -108,7 +108,7 @@ PQ_EXPORT IppStatus ippiFilterWienerGetBufferSize PQ_PARAMS_WienerSize;
 
 // length integers to 64-bit floats, exactly. Null: -8; length below 1: -6.
 PQ_EXPORT IppStatus ippsConvert_32s64f PQ_PARAMS_Convert;
-// length bytes of value stand behind the slot ippsSet_8u (PQDispatcher.h). Null: -8; length below 1: -6.
+// length bytes of 0; for another value there is the slot ippsSet_8u (PQDispatcher.h). Null: -8; length below 1: -6.
 PQ_EXPORT IppStatus ippsZero_8u(std::uint8_t* dst, int length);
 // length floats. Null: -8; length below 1: -6.
 PQ_EXPORT IppStatus ippsCopy_32f(const float* src, float* dst, int length);

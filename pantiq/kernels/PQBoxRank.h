@@ -1,39 +1,37 @@
 // Windows whose size is chosen at run time, on three interleaved channels of 8 bits: box average, minimum, maximum,
 // medians; and the medians of fixed shape, cross and colour.
 //
-// ippiFilterBox_8u_C3R    (src, srcStep, dst, dstStep, roi, mask, anchor)
-// ippiFilterMin_8u_C3R, ippiFilterMax_8u_C3R, ippiFilterMedian_8u_C3R     the same arguments
-// ippiFilterMedianHoriz_8u_C3R, ippiFilterMedianVert_8u_C3R, ippiFilterMedianCross_8u_C3R,
-// ippiFilterMedianColor_8u_C3R    (src, srcStep, dst, dstStep, roi, maskCode)
-//
 // The window of output pixel (x, y) covers the source's columns x - anchor.x to x - anchor.x + mask.width - 1 and the
 // rows y - anchor.y to y - anchor.y + mask.height - 1, relative to src. All of it must be readable for every pixel of
-// the region: no border is made here. Source and destination are apart.
+// the region: no border is made here. Region, mask and anchor are in pixels, steps in bytes. Source and destination are
+// apart. Nothing depends on the caller's rounding mode. Any thread.
 //
-// Box. A is mask.width * mask.height in 64 bits, S the sum of the window's A samples of one channel.
-//   A above 8100: trunc(S * r + e) in doubles, r the float nearest to 1 / A, e the float 9.000000318337698e-06. S is
+// Faults in the order in which they are found: a null pointer -8, a width or height of the region below 1 -6, a step
+// below 1 -14 (the box looks at steps before the region), the mask -33, the anchor -34, no scratch memory -9.
+// The mask is refused for a side below 1, for the median also an even one, and for a code that the kernel does not
+// take; the anchor where it is negative or not below the mask. The destination is untouched then.
+//
+// ippiFilterBox_8u_C3R
+//   The average. A is mask.width * mask.height in 64 bits, S the sum of the window's A samples of one channel.
+//   - A above 8100: trunc(S * r + e) in doubles, r the float nearest to 1 / A, e the float 9.000000318337698e-06. S is
 //     exact for every area. The result is within 0..255; white may come out as 254 (63 x 129 does).
-//   3 x 3: (S * 29128) >> 18; S is at most 2295.
-//   Else get_shift_int(float 1 / A, shift, multiplier, 1) and the low 8 bits of (multiplier * S) >> shift. The
+//   - 3 x 3: (S * 29128) >> 18; S is at most 2295.
+//   - Else get_shift_int(float 1 / A, shift, multiplier, 1) and the low 8 bits of (multiplier * S) >> shift. The
 //     multiplier is below 4096 but for A = 1 (4096), S at most 255 * 8100, so the product stays below 2^32. The result
 //     is within 0..255 and white stays white.
-//   Nothing depends on the caller's rounding mode.
-//
-// Minimum, maximum: of the window, each channel by itself.
-//
-// Median: of the window, each channel by itself: the value of rank A / 2 + 1 in ascending order. A is odd.
-//   Horiz: code 31 or 51, Vert: code 13 or 15: windows of 3 or 5 pixels in a row or column, anchor in the middle.
-//   Cross: code 33: the pixel and its 4 neighbours (rank 3); code 55: two more in each direction (rank 5 of 9).
-//
-// Colour median: the distance of two pixels is |dB| + |dG| + |dR|; the pixel of the 3 x 3 (code 33) or 5 x 5 (code 55)
-//   window with the least sum of distances to the others is copied, all channels together; of several the first in
-//   reading order, top left first. Sums are at most 8 * 765 and 24 * 765.
-//
-// Errors, in this order:
-//   box: a null pointer -8, a step below 1 -14, a width or height of the region below 1 -6, mask -33, anchor -34;
-//   all others: -8, -6, -14, then -33, -34.
-//   -33: a side of the mask below 1, for the median also an even one; a code that the kernel does not take.
-//   -34: an anchor that is negative or not below the mask. -9: no scratch memory. Then nothing is written.
+// ippiFilterMin_8u_C3R, ippiFilterMax_8u_C3R
+//   The least and the greatest of the window, each channel by itself.
+// ippiFilterMedian_8u_C3R
+//   Of the window, each channel by itself: the value of rank A / 2 + 1 in ascending order. A, the number of its pixels,
+//   is odd.
+// ippiFilterMedianHoriz_8u_C3R, ippiFilterMedianVert_8u_C3R
+//   The median of 3 or 5 pixels in a row (maskCode 31 or 51) or in a column (13 or 15), the anchor in the middle.
+// ippiFilterMedianCross_8u_C3R
+//   maskCode 33: the median of the pixel and its 4 neighbours (rank 3); 55: two more in each direction (rank 5 of 9).
+// ippiFilterMedianColor_8u_C3R
+//   The distance of two pixels is |dB| + |dG| + |dR|; the pixel of the 3 x 3 (maskCode 33) or 5 x 5 (55) window with
+//   the least sum of distances to the others is copied, all channels together; of several the first in reading order,
+//   top left first. Sums are at most 8 * 765 and 24 * 765.
 #pragma once
 
 #include "pantiq/kernels/PQBaseKernels.h"

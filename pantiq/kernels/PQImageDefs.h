@@ -6,7 +6,7 @@
 // row. C1 is one sample a pixel; C3 is three interleaved samples in the order blue, green, red; C4 and AC4 are four.
 // R: source and destination differ. IR: in place. Sfs: the exact result times 2^-scaleFactor, rounded once half to
 // even, then saturated. Kernels raise nothing, lock nothing and keep no state: two threads may run one kernel on
-// different buffers at the same time. They never read or write a byte outside the rows of the region.
+// different buffers at the same time. They touch the region's rows, and read what a filter's window covers.
 #pragma once
 
 namespace pantiq {

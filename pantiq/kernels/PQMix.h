@@ -1,18 +1,21 @@
-// Kernels that make one image of two. Images are width x height, steps in bytes. The destination is apart from both
-// sources or exactly the same memory as one of them.
+// Kernels that make one image of two.
 //
-// PQKeyRanges_8u_C3R (front, frontStep, back, backStep, dst, dstStep, roi, low, high, ranges)
+// Images are width x height pixels, steps in bytes. The destination is apart from both sources or exactly the same
+// memory as one of them. Any thread.
+//
+// PQKeyRanges_8u_C3R
 //   low and high hold three bytes for each range, in the order of a pixel's channels. A pixel of dst is back's where
 //   for any range low <= front <= high in all three channels, else front's. A range whose low is above its high in any
-//   channel takes no pixel. Without ranges dst becomes front, and low and high may be null.
-//   Errors: a null image -8, width or height below 1 -6, a step below 1 -14, ranges without their arrays -8, a negative
-//   number of ranges -6, in this order.
-//
-// PQBlend_8u_C1R (first, firstStep, second, secondStep, dst, dstStep, roi, firstWeight, secondWeight)
-//   Every byte becomes, in double precision, unfused, in this order,
-//     v = (first * firstWeight + second * secondWeight) * scale, where scale = 1 / (firstWeight + secondWeight),
+//   channel takes no pixel. Without ranges dst becomes front, and low and high may be null. Faults in the order in
+//   which they are found: a null image -8, width or height below 1 -6, a step below 1 -14, ranges without their arrays
+//   -8, a negative number of ranges -6.
+// PQBlend_8u_C1R
+//   The weighted mean of two images. Every byte becomes, in double precision, unfused, in this order,
+//       v = (first * firstWeight + second * secondWeight) * scale
+//       scale = 1 / (firstWeight + secondWeight)
 //   0 for v <= 0 and for not-a-number, 255 for v >= 255, otherwise rounded to nearest, halves to even. The weights may
-//   be any numbers. Errors: a null image -8, width or height below 1 -6, a step below 1 -14, in this order.
+//   be any numbers. Faults in the order in which they are found: a null image -8, width or height below 1 -6, a step
+//   below 1 -14.
 #pragma once
 
 #include "pantiq/kernels/PQRounding.h"

@@ -1,20 +1,22 @@
 // Erosion and dilation with a mask of any shape, and the record that prepares a mask.
 //
-// ippiErode_8u_C3R, ippiErode_8u_C1R, ippiDilate_8u_C3R, ippiDilate_8u_C1R take src, srcStep, dst, dstStep, roi, mask,
-// maskSize, anchor: roi, mask and anchor in pixels, steps in bytes. mask holds maskSize.width * maskSize.height bytes,
-// row by row without padding; a byte that isn't 0 sets its cell, whatever its value. Sample (x, y) of a channel becomes
-// the least (erode) or greatest (dilate) of the source's samples (x - anchor.x + i, y - anchor.y + j) over the set
-// cells (i, j). The kernels read all of the mask's rectangle round every pixel of the region; the caller makes it
-// readable. Source and destination are apart. The work grows with the number of set cells at most. Any thread.
+// roi, mask and anchor are in pixels, steps in bytes. Source and destination are apart. Any thread.
 //
-// Faults in the order in which they are found: a null pointer -8, a source step below 1 -14, a destination step below 1
-// -14, width or height of the region below 1 -6, of the mask -33, no cell set -59, the anchor outside the mask -34, a
-// source step below a row of width + maskSize.width - 1 pixels -37, a destination step below a row -37, no memory -9.
-// The destination is untouched then.
-//
-// ippiMorphologyInitAlloc_8u_C3R(roiWidth, mask, maskSize, anchor, state) makes a record for rows of roiWidth pixels of
-// three channels; the mask comes as integers, one a cell. ippiMorphologyFree gives it back and sets the caller's
-// reference to null; null -8.
+// ippiErode_8u_C3R, ippiErode_8u_C1R, ippiDilate_8u_C3R, ippiDilate_8u_C1R
+//   mask holds maskSize.width * maskSize.height bytes, row by row without padding; a byte that isn't 0 sets its cell,
+//   whatever its value. Sample (x, y) of a channel becomes the least (erode) or greatest (dilate) of the source's
+//   samples (x - anchor.x + i, y - anchor.y + j) over the set cells (i, j). The kernels read all of the mask's
+//   rectangle round every pixel of the region; the caller makes it readable. The work grows with the number of set
+//   cells at most. Faults in the order in which they are found: a null pointer -8, a source step below 1 -14, a
+//   destination step below 1 -14, width or height of the region below 1 -6, of the mask -33, no cell set -59, the
+//   anchor outside the mask -34, a source step below a row of width + maskSize.width - 1 pixels -37, a destination step
+//   below a row -37, no memory -9. The destination is untouched then.
+// ippiMorphologyInitAlloc_8u_C3R
+//   Makes a record for rows of roiWidth pixels of three channels; the mask comes as integers, one a cell. Faults: a
+//   null pointer -8, roiWidth or a side of the mask below 1 -6, the anchor outside the mask -34, no memory, or more
+//   than 2^31 - 1 bytes, -9.
+// ippiMorphologyFree
+//   Gives the record back and sets the caller's reference to null; null: -8.
 #pragma once
 
 #include "pantiq/kernels/PQBaseKernels.h"

@@ -1,39 +1,44 @@
-// Noise and the test picture: ippiAddRandUniform_Direct_8u_C3IR, ippiAddRandGauss_Direct_8u_C3IR,
-// ippiImageJaehne_8u_C3R.
+// Noise and the test picture, on three channels of 8 bits.
 //
-// ippiAddRandUniform_Direct_8u_C3IR (srcDst, step, roi, low, high, seed)
-// ippiAddRandGauss_Direct_8u_C3IR   (srcDst, step, roi, mean, stdDev, seed)
-//   Add noise in place to every sample of width x height pixels of three channels (8 bits each, step in bytes). low,
-//   high, mean and stdDev are sample values (0..255). The seed is 32 bits wide whatever its declared type, low half
-//   first; it is read at the start and overwritten at the end, so a stream of frames goes on from call to call, and the
-//   same seed on the same picture gives the same result.
-//   Errors: srcDst or seed null -8, width or height below 1 -6, step below 1 -14, in this order.
+// Regions are in pixels, steps in bytes. All arithmetic rounds to nearest whatever rounding mode the caller has set;
+// its mode is put back. Any thread.
 //
-//   Random numbers. X is a subtract-with-borrow sequence, L a linear congruence; all in 32 bits, wrapping:
-//     X[0] = seed, X[-1] = X[0] * 69069 + 1013904243, X[-2] = X[-1] * 69069 + 1013904243, borrow = -1,
-//     L = 1131199209; a draw is
-//       L = L * 69069 + 1013904243, t = X[n-2] - X[n-3] + borrow, borrow = t < 0 (signed) ? -1 : 0,
-//       X[n] = t + 18 * borrow, R = X[n] + L as a signed value.
-//   Samples are walked row by row, width * 3 a row; the sequences run on across rows. The new seed is the last X drawn.
+// The random numbers of the noise: X is a subtract-with-borrow sequence, L a linear congruence, all in 32 bits,
+// wrapping.
+//       X[0] = seed,  X[-1] = X[0] * 69069 + 1013904243,  X[-2] = X[-1] * 69069 + 1013904243
+//       borrow = -1,  L = 1131199209
+// A draw is
+//       L = L * 69069 + 1013904243
+//       t = X[n-2] - X[n-3] + borrow
+//       borrow = t < 0 (signed) ? -1 : 0
+//       X[n] = t + 18 * borrow
+//       R = X[n] + L as a signed value
+// Samples are walked row by row, width * 3 a row; the sequences run on across rows. The new seed is the last X drawn.
+// The seed is 32 bits wide whatever its declared type, low half first; it is read at the start and overwritten at the
+// end, so a stream of frames goes on from call to call, and the same seed on the same picture gives the same result.
 //
-//   Uniform: v = sample + round(R * ((high - low) * 2.3283064365387e-10) + (low + high) * 0.5), halves to even, clamped
-//   to 0..255. What is added lies between low and high, ends included; low above high reverses the range.
-//
-//   Gaussian, by the polar method of Marsaglia: u and v are two draws times 4.656612873077e-10, q = u * u + v * v;
-//   draws with q = 0 or q >= 1 are dropped; f = sqrt(-2 * log(q) / q). The next sample gets stdDev * f * u + mean and
-//   the one after it stdDev * f * v + mean, each rounded to nearest (halves to even) before it is added and the sum
-//   clamped. f * u stays below 9.3, so the noise lies within -2400..2700. Pairs run on across rows; a half pair left at
-//   the end is dropped.
-//
-// ippiImageJaehne_8u_C3R (srcDst, step, roi)
+// ippiAddRandUniform_Direct_8u_C3IR
+//   Adds to every sample, in place, with low and high (a and b) sample values of 0..255,
+//       v = sample + round(R * ((high - low) * 2.3283064365387e-10) + (low + high) * 0.5)
+//   halves to even, clamped to 0..255. What is added lies between low and high, ends included; low above high reverses
+//   the range. Faults in the order in which they are found: srcDst or seed null -8, width or height below 1 -6, step
+//   below 1 -14.
+// ippiAddRandGauss_Direct_8u_C3IR
+//   Adds normally distributed noise in place, with mean and stdDev (a and b) sample values of 0..255, by the polar
+//   method of Marsaglia. u and v are two draws times 4.656612873077e-10; draws with q = 0 or q >= 1 are dropped.
+//       q = u * u + v * v
+//       f = sqrt(-2 * log(q) / q)
+//       the next sample gets     stdDev * f * u + mean
+//       the one after it         stdDev * f * v + mean
+//   Each is rounded to nearest (halves to even) before it is added and the sum clamped. f * u stays below 9.3, so the
+//   noise lies within -2400..2700. Pairs run on across rows; a half pair left at the end is dropped. Faults as of the
+//   uniform noise.
+// ippiImageJaehne_8u_C3R
 //   Draws the zone plate of Jaehne, sine rings whose frequency grows with the distance from the centre, into all three
 //   channels: with dx = x - (width - 1) / 2 and dy = y - (height - 1) / 2,
-//     v = trunc((1 + sin(6.283185307179586 * (dx * dx + dy * dy) / (4 * height))) * 127.99999),
-//   in doubles, evaluated left to right; 0 <= v < 256. The height alone sets the scale.
-//   Errors: srcDst null -8, step below 1 -14, width or height below 1 -6, no memory -9 (nothing is drawn), in this
-//   order.
-//
-// All arithmetic rounds to nearest whatever rounding mode the caller has set; its mode is put back.
+//       v = trunc((1 + sin(6.283185307179586 * (dx * dx + dy * dy) / (4 * height))) * 127.99999)
+//   in doubles, evaluated left to right; 0 <= v < 256. The height alone sets the scale. Faults in the order in which
+//   they are found: srcDst null -8, step below 1 -14, width or height below 1 -6, no memory -9 (nothing is drawn).
 #pragma once
 
 #include "pantiq/kernels/PQRounding.h"

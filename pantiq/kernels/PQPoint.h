@@ -1,45 +1,35 @@
-// Kernels that take every pixel by itself: colour twist, gamma, thresholds, and the histograms.
+// Kernels that take every pixel by itself: colour twist, gamma, thresholds, tables; and the histograms.
 //
-// Images are width x height pixels of three channels (8 bits each) or, for ippiHistogramEven_8u_C1R, one; steps in
-// bytes. Source and destination are apart or exactly the same memory.
+// Images are width x height pixels of three channels (C3) or one (C1), 8 bits each; steps in bytes. Source and
+// destination are apart or exactly the same memory. Any thread.
 //
-// ippiColorTwist32f_8u_C3R  (src, srcStep, dst, dstStep, roi, twist)
-// ippiColorTwist32f_8u_C3IR (srcDst, step, roi, twist)
-//   twist is float[3][4]. Channel k of the result is, in single precision, unfused, left to right,
-//     v = twist[k][0] * s0 + twist[k][1] * s1 + twist[k][2] * s2 + twist[k][3],
+// ippiColorTwist32f_8u_C3R, ippiColorTwist32f_8u_C3IR
+//   Channel k of the result is, in single precision, unfused, left to right,
+//       v = twist[k][0] * s0 + twist[k][1] * s1 + twist[k][2] * s2 + twist[k][3]
 //   0 for v <= 0 and for not-a-number, 255 for v >= 255, otherwise rounded to nearest, halves to even.
-//   Errors: a null pointer -8, width or height below 1 -6, a step below 1 -14, in this order.
-//
-// ippiGammaFwd_8u_C3R, ippiGammaInv_8u_C3R   (src, srcStep, dst, dstStep, roi)
-// ippiGammaFwd_8u_C3IR, ippiGammaInv_8u_C3IR (srcDst, step, roi)
+//   Faults in the order in which they are found: a null pointer -8, width or height below 1 -6, a step below 1 -14.
+// ippiGammaFwd_8u_C3R, ippiGammaInv_8u_C3R, ippiGammaFwd_8u_C3IR, ippiGammaInv_8u_C3IR
 //   Every sample through a table; x = sample / 255, the result is 255 * y rounded to nearest, halves to even. It is the
 //   transfer function of ITU-R BT.709.
-//     forward: y = 4.5 x below x = 0.018, otherwise 1.099 x^0.45 - 0.099
-//     inverse: y = x / 4.5 below x = 0.081, otherwise ((x + 0.099) / 1.099)^(1 / 0.45)
-//   Errors as the twist's.
-//
-// PQTable_8u_C1R (src, srcStep, dst, dstStep, roi, table)
-//   Every sample of one channel through the table's 256 bytes. Errors as the twist's.
-//
-// ippiThreshold_LTVal_8u_C3R       (src, srcStep, dst, dstStep, roi, threshold, value)
-// ippiThreshold_GTVal_8u_C3R       (src, srcStep, dst, dstStep, roi, threshold, value)
-// ippiThreshold_LTValGTVal_8u_C3R  (src, srcStep, dst, dstStep, roi, thresholdLT, valueLT, thresholdGT, valueGT)
+//       forward: y = 4.5 x below x = 0.018, otherwise 1.099 x^0.45 - 0.099
+//       inverse: y = x / 4.5 below x = 0.081, otherwise ((x + 0.099) / 1.099)^(1 / 0.45)
+//   Faults as of the twist.
+// PQTable_8u_C1R
+//   Every sample of one channel through the table's 256 bytes. Faults as of the twist.
+// ippiThreshold_LTVal_8u_C3R, ippiThreshold_GTVal_8u_C3R, ippiThreshold_LTValGTVal_8u_C3R
 //   Samples below (LT) or above (GT) their channel's threshold become that channel's value; the others, those equal to
 //   it included, are copied. Where both are tested, above comes first. Thresholds and values are three bytes each.
-//   Errors: a null image -8, width or height below 1 -6, a step below 1 -14, a null array -8, and for both a low
-//   threshold above the high one in any channel -18, in this order.
-//
-// ippiHistogramEven_8u_C1R  (src, step, roi, hist, levels, nLevels, lowerLevel, upperLevel)
-// ippiHistogramEven_8u_C3R  (src, step, roi, hist[3], levels[3], nLevels[3], lowerLevel[3], upperLevel[3])
-// ippiHistogramRange_8u_C3R (src, step, roi, hist[3], levels[3], nLevels[3])
+//   Faults in the order in which they are found: a null image -8, width or height below 1 -6, a step below 1 -14, a
+//   null array -8, and for both a low threshold above the high one in any channel -18.
+// ippiHistogramEven_8u_C1R, ippiHistogramEven_8u_C3R, ippiHistogramRange_8u_C3R
 //   hist[k] becomes the number of samples s with levels[k] <= s < levels[k + 1], for k from 0 to nLevels - 2; 0 where
-//   the levels descend. Range takes the levels as they are; Even fills them first, for all channels before any is
-//   counted: from lowerLevel to upperLevel in nLevels - 1 steps of (upperLevel - lowerLevel) / (nLevels - 1), truncated
-//   towards zero, where the remainder makes the first steps longer by one. (Where the truncated step is 0 and the
-//   remainder negative all levels are lowerLevel.)
-//   Errors of C1: a null pointer -8, width or height below 1 -6, step below 1 -14, nLevels below 2 -107. Of C3: a null
-//   source or array -8; channel by channel a null histogram or level array -8 or nLevels below 2 -107; width or height
-//   below 1 -6; step below 1 -14; in this order.
+//   the levels descend. C3 takes an array of three of each. Range takes the levels as they are; Even fills them first,
+//   for all channels before any is counted: from lowerLevel to upperLevel in nLevels - 1 steps of (upperLevel -
+//   lowerLevel) / (nLevels - 1), truncated towards zero, where the remainder makes the first steps longer by one.
+//   (Where the truncated step is 0 and the remainder negative all levels are lowerLevel.) Faults in the order in which
+//   they are found, of C1: a null pointer -8, width or height below 1 -6, step below 1 -14, nLevels below 2 -107. Of
+//   C3: a null source or array -8; channel by channel a null histogram or level array -8 or nLevels below 2 -107; width
+//   or height below 1 -6; step below 1 -14.
 #pragma once
 
 #include "pantiq/kernels/PQRounding.h"

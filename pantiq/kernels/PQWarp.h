@@ -1,33 +1,32 @@
-// Warps of a rectangle onto a quadrangle: ippiGetPerspectiveTransform, ippiGetBilinearTransform, and
-// ippiWarpPerspective, ippiWarpPerspectiveBack, ippiWarpBilinear, ippiWarpBilinearBack, each _8u_C3R and _8u_C1R. How
-// pixels are found and sampled is told in PQSampling.h.
+// Warps of a rectangle onto a quadrangle. How pixels are found and sampled is told in PQSampling.h.
 //
-// ippiGetPerspectiveTransform (rect, quad, coeffs), ippiGetBilinearTransform (rect, quad, coeffs)
-//   The coefficients that carry the corners (x0, y0), (x1, y0), (x1, y1), (x0, y1) of the rectangle (x1 = x + width -
-//   1, y1 = y + height - 1) onto the four points of quad, in this order. coeffs is 3 rows of 3, or 2 rows of 4,
-//   doubles:
-//     perspective: (x, y) to ((a x + b y + c) / w, (d x + e y + f) / w), w = G x + H y + i; rows abc, def, GHi.
-//     bilinear: (x, y) to (a x y + b x + c y + d, e x y + f x + g y + h); rows abcd, efgh.
-//   Errors, in this order: null -8; x or y below 0, width or height below 1: -6; a quadrangle that is degenerate or not
-//   convex: -58; width or height of 1: -57. coeffs then keep their values.
+// src and dst are pixel (0, 0) of their pictures, srcSize the source picture's size in pixels, steps bytes.
+// Interpolation: 1 nearest, 2 linear, 4 cubic, with bit 31 the slanted edges of the result are smoothed. Cubic on a
+// picture narrower or lower than 4 works as linear. Round to nearest is set during a call. Any thread.
 //
-// ippiWarpPerspective, ippiWarpBilinear (src, srcSize, srcStep, srcRoi, dst, dstStep, dstRoi, coeffs, interpolation)
-//   Maps the pixels of srcRoi by the coefficients. Only pixels inside the image of the clipped rectangle are written.
-// ippiWarpPerspectiveBack, ippiWarpBilinearBack (the same)
-//   The coefficients map destination pixels to their positions in the source; every pixel of dstRoi whose position lies
-//   in the rectangle is written, whatever shape they make.
-//   For all: src and dst are pixel (0, 0) of their pictures, srcSize the source picture's size in pixels, steps bytes.
-//   Interpolation: 1 nearest, 2 linear, 4 cubic, with bit 31 the slanted edges of the result are smoothed. Cubic on a
-//   picture narrower or lower than 4 works as linear.
-//   Errors, in this order: null -8; a size, width or height below 1, x or y below 0: -6; a step below 1: -14; another
-//   code: -22; coefficients that are singular, infinite or not a number: -56; srcRoi outside the picture: 29 (a
-//   warning); less than 2 by 2 pixels of it inside the picture: -57; a degenerate image of the rectangle (not the Back
-//   forms): -56; no pixel to draw: 30 (a warning).
+// Faults of the warps in the order in which they are found: null -8; a size, width or height below 1, x or y below 0:
+// -6; a step below 1: -14; another code: -22; coefficients that are singular, infinite or not a number: -56; srcRoi
+// outside the picture: 29 (a warning); less than 2 by 2 pixels of it inside the picture: -57; a degenerate image of the
+// rectangle (not the Back forms): -56; no pixel to draw: 30 (a warning).
 //
 // The inverse of a perspective is its adjoint; a divisor whose sign differs from the one at the rectangle's centre
 // belongs to points behind the picture and draws nothing.
 //
-// Round to nearest is set during a call.
+// ippiGetPerspectiveTransform, ippiGetBilinearTransform
+//   The coefficients that carry the corners (x0, y0), (x1, y0), (x1, y1), (x0, y1) of the rectangle (x1 = x + width -
+//   1, y1 = y + height - 1) onto the four points of quad, in this order. coeffs is 3 rows of 3, or 2 rows of 4,
+//   doubles:
+//   - perspective: (x, y) to ((a x + b y + c) / w, (d x + e y + f) / w), w = G x + H y + i; rows abc, def, GHi.
+//   - bilinear: (x, y) to (a x y + b x + c y + d, e x y + f x + g y + h); rows abcd, efgh.
+//
+//   Faults in the order in which they are found: null -8; x or y below 0, width or height below 1: -6; a quadrangle
+//   that is degenerate or not convex: -58; width or height of 1: -57. coeffs then keep their values.
+// ippiWarpPerspective_8u_C3R, ippiWarpPerspective_8u_C1R, ippiWarpBilinear_8u_C3R, ippiWarpBilinear_8u_C1R
+//   Maps the pixels of srcRoi by the coefficients. Only pixels inside the image of the clipped rectangle are written.
+// ippiWarpPerspectiveBack_8u_C3R, ippiWarpPerspectiveBack_8u_C1R, ippiWarpBilinearBack_8u_C3R,
+// ippiWarpBilinearBack_8u_C1R
+//   The coefficients map destination pixels to their positions in the source; every pixel of dstRoi whose position lies
+//   in the rectangle is written, whatever shape they make.
 #pragma once
 
 #include "pantiq/kernels/PQRounding.h"
