@@ -1,5 +1,6 @@
 #include "Examples.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "GraphText.h"
@@ -56,6 +57,22 @@ std::string Generator() {
   return {};
 }
 
+// The class that makes a stream for `name` of frames: of several the one whose name begins most like it.
+std::string MakerFor(const std::string& name, const JCStreamType& stream) {
+  std::string maker;
+  std::ptrdiff_t most = -1;
+  for (const PQClassInfo* info : PQRegisteredClasses(kPantiqPage)) {
+    const PQOwned<TComponent> object = PQCreateComponent(info->Name());
+    if (object == nullptr) continue;
+    const Ends its = EndsOf(*object);
+    if (its.in != &kPQImageStream || its.out != &stream) continue;
+    const std::string& other = info->Name();
+    const auto alike = std::mismatch(name.begin(), name.end(), other.begin(), other.end()).first - name.begin();
+    if (alike > most) most = alike, maker = other;
+  }
+  return maker;
+}
+
 }  // namespace
 
 std::string ExampleOf(const PQClassInfo& info) {
@@ -65,19 +82,12 @@ std::string ExampleOf(const PQClassInfo& info) {
   const Ends ends = EndsOf(*object);
   if (ends.in == nullptr && ends.out == nullptr) return {};
   std::string line;
-  if (ends.in == &kRWRealStream) {  // numbers come from a class that makes them of frames
-    for (const PQClassInfo* maker : PQRegisteredClasses(kPantiqPage)) {
-      const PQOwned<TComponent> other = PQCreateComponent(maker->Name());
-      if (other == nullptr) continue;
-      const Ends its = EndsOf(*other);
-      if (its.in == &kPQImageStream && its.out == &kRWRealStream) line = generator + " ! " + maker->Name() + " ! ";
-      if (!line.empty()) break;
-    }
-    if (line.empty()) return {};
-  } else if (ends.in == &kPQImageStream) {
+  if (ends.in == &kPQImageStream) {
     line = generator + " ! ";
   } else if (ends.in != nullptr) {
-    return {};
+    const std::string maker = MakerFor(info.Name(), *ends.in);
+    if (maker.empty()) return {};
+    line = generator + " ! " + maker + " ! ";
   }
   line += info.Name();
   if (!ends.more.empty()) line += " Name=it";
