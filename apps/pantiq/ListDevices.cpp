@@ -148,7 +148,8 @@ int ListEncoders(bool json) {
     return PrintResult("No encoder works here: " + (listed.Ok() ? "none is installed" : listed.detail) + "\n");
   }
   return PrintResult(
-      "For TPQDSVideoCompressor Compressions[0].Compressor, each tried on five frames of 320 by 240: bytes a frame, and\n"
+      "For TPQDSVideoCompressor Compressions[0].Compressor, each tried on five frames of 320 by 240: bytes a frame, "
+      "and\n"
       "how near the worst came back. `Settings` may help one that is late or slow.\n" +
       good + (bad.empty() ? "" : "\nNot usable:\n") + bad);
 }

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdlib>
 #include <mutex>
 #include <thread>
 
@@ -235,6 +236,154 @@ TEST_F(ClipToClip, APartOfTheFile) {
   EXPECT_EQ(content.numbers.front(), Flipped(50));
   EXPECT_NEAR(static_cast<double>(content.numbers.size()), 30.0, 1.0);
   EXPECT_EQ(content.frames.front().begin, 0);
+}
+
+// Two recordings of other programs behind one another in one file, of two sizes: each frame comes in its own.
+TEST_F(ClipToClip, AFileWhoseSizeChanges) {
+  const auto clip = [&](const char* size, const char* name) {
+    return RunFfmpeg(std::string("-f lavfi -i testsrc2=size=") + size +
+                     ":rate=25:duration=1 -c:v libx264 -pix_fmt yuv420p " + folder.File(name));
+  };
+  if (!HaveProgram("ffmpeg") || !clip("320x240", "large.mp4") || !clip("200x160", "small.mp4"))
+    GTEST_SKIP() << "there is no ffmpeg that makes such files";
+  WriteFile(folder.File("list"), "file large.mp4\nfile small.mp4\n");
+  ASSERT_TRUE(RunFfmpeg("-f concat -i " + folder.File("list") + " -c copy " + folder.File("both.mkv")));
+  const Content content = Play(folder.File("both.mkv"));
+  ASSERT_EQ(content.frames.size(), 50u);
+  for (std::size_t i = 0; i < content.frames.size(); ++i) {
+    EXPECT_EQ(content.frames[i].width, i < 25 ? 320 : 200) << i;
+    EXPECT_EQ(content.frames[i].height, i < 25 ? 240 : 160) << i;
+    EXPECT_LE(std::abs(content.frames[i].begin - static_cast<std::int64_t>(i) * 400000), 10000) << i;
+  }
+}
+
+// Bytes of a file changed here and there: it is refused with a reason, or what can be read is, and it ends.
+TEST_F(ClipToClip, CorruptFilesEnd) {
+  std::uint32_t seed = 1;
+  const auto random = [&seed](std::size_t limit) {
+    seed = seed * 1664525 + 1013904223;
+    return static_cast<std::size_t>(seed >> 8) % limit;
+  };
+  int played = 0;
+  for (const char* name : {"x.asf", "x.mp4", "x.mkv", "x.avi"}) {
+    ASSERT_EQ(MakeClip(*module, folder.File(name), {320, 240, 25, 400000, 44100, 2}), "");
+    const std::string good = ReadFile(folder.File(name));
+    for (int round = 0; round < 6; ++round) {
+      SCOPED_TRACE(std::string(name) + " " + std::to_string(round));
+      std::string bad = good;
+      const std::size_t from = round < 3 ? 0 : bad.size() / 4;  // in the head, too; or in the pictures only
+      for (int i = 0; i < 8 << round; ++i) {
+        bad[from + random(bad.size() - from)] = static_cast<char>(random(256));
+      }
+      const std::string path = folder.File("bad." + std::string(name + 2));
+      WriteFile(path, bad);
+      reports.Clear();
+      const Content content = Play(path);
+      played += content.frames.empty() ? 0 : 1;
+      EXPECT_LE(content.frames.size(), 60u);
+      EXPECT_TRUE(!content.frames.empty() || !reports.All().empty()) << "nothing came, and nothing was said";
+    }
+  }
+  EXPECT_GE(played, 12);
+}
+
+// A flash and a click in the middle of each second, recorded and played: how far apart they come, and where.
+class Together : public ::testing::Test {
+ protected:
+  static constexpr int kFrames = 25;
+  static constexpr std::int64_t kPeriod = 400000;
+  void Record(const std::string& path, int seconds, int rate, TBXAudioCodec codec) {
+    const int block = rate / kFrames;
+    StreamSource source;
+    TPQASFLogger logger;
+    logger.SetFileName(path);
+    logger.GetProfile().SetAudioCodec(codec);
+    ASSERT_TRUE(logger.InputPin.Connect(source.VideoPin).Ok());
+    ASSERT_TRUE(logger.AudioInputPin.Connect(source.AudioPin).Ok());
+    source.StartVideo(64, 48, kPeriod);
+    source.StartAudio(rate, 2);
+    for (int n = 0; n < seconds * kFrames; ++n) {
+      const bool mark = n % kFrames == kFrames / 2;
+      source.SendFrame(64, 48, mark ? TColor(0xFFFFFF) : TColor(0));
+      auto sound = PQMakeRef<THTAudioBuffer>(block, 2, 16);
+      sound->SetFormat(rate);
+      auto* to = reinterpret_cast<std::int16_t*>(sound->WriteData());
+      for (int i = 0; i < 2 * block; ++i) to[i] = mark ? (i / 48 % 2 == 0 ? 16000 : -16000) : 0;
+      source.AudioPin.SubmitBuffer(std::move(sound));
+    }
+    source.VideoPin.Stop();
+    source.AudioPin.Stop();
+  }
+  // All times in 100 ns.
+  struct Seen {
+    std::vector<std::int64_t> flashes, clicks;
+    std::int64_t frames = 0, farthest_stamp = 0;
+  };
+  Seen Play(const std::string& path, int rate) {
+    TPQASFPlayer player;
+    StreamSink sink;
+    Seen seen;
+    std::int64_t samples = 0, loud = -rate;
+    sink.on_op = [&](bool video, IJCNotifyOperation& op) {
+      auto* supplied = JCOperation<TJCSuppliedBufferOperation>(op);
+      if (supplied == nullptr) return;
+      if (video) {
+        const auto image = PQMakeRef<TPQImageBuffer>(*supplied->Buffer);
+        const std::int64_t begin = image->GetTimeStamp().GetBegin();
+        seen.farthest_stamp = std::max(seen.farthest_stamp, std::abs(begin - seen.frames++ * kPeriod));
+        if (image->Read()[image->GetByteSize() / 2] > 128) seen.flashes.push_back(begin);
+        return;
+      }
+      const auto* sound = PQCast<const THTAudioBuffer>(supplied->Buffer.Get());
+      const auto* from = reinterpret_cast<const std::int16_t*>(sound->ReadData());
+      for (int i = 0; i < sound->GetSamples(); ++i, ++samples) {
+        if (std::abs(from[2 * i]) < 8000) continue;
+        if (samples - loud > rate / 2) seen.clicks.push_back(samples * 10000000 / rate);
+        loud = samples;
+      }
+    };
+    player.SetFileName(path);
+    EXPECT_TRUE(sink.VideoPin.Connect(player.OutputPin).Ok());
+    EXPECT_TRUE(sink.AudioPin.Connect(player.AudioOutputPin).Ok());
+    Start(sink.VideoPin);
+    if (player.IsRunning() || sink.Log().size() >= 3) {
+      sink.WaitFor("v TJCStopOperation");
+      sink.WaitFor("a TJCStopOperation");
+    }
+    return seen;
+  }
+  TempFolder folder;
+};
+
+TEST_F(Together, FlashAndClickStayWithinAFrame) {
+  PQPlatformResult result;
+  if (LoadMediaModule(result) == nullptr) GTEST_SKIP() << result.detail;
+  const bool long_set = std::getenv("PANTIQ_TEST_LONG") != nullptr;
+  const struct {
+    const char* name;
+    TBXAudioCodec codec;
+    int rate, seconds;
+  } clips[] = {{"a.asf", baAuto, 44100, 60}, {"b.mp4", baAuto, 48000, 10}, {"c.mkv", baAuto, 48000, 10},
+               {"d.avi", baAuto, 32000, 10}, {"e.asf", baWMA1, 32000, 5},  {"f.asf", baWMA2, 22050, 5},
+               {"g.asf", baWMA2, 16000, 5}};
+  for (const auto& clip : clips) {
+    SCOPED_TRACE(clip.name);
+    const int seconds = long_set ? 600 : clip.seconds;
+    ASSERT_NO_FATAL_FAILURE(Record(folder.File(clip.name), seconds, clip.rate, clip.codec));
+    const Seen seen = Play(folder.File(clip.name), clip.rate);
+    EXPECT_EQ(seen.frames, seconds * kFrames);
+    EXPECT_LE(seen.farthest_stamp, 10000);
+    ASSERT_EQ(seen.flashes.size(), static_cast<std::size_t>(seconds));
+    ASSERT_EQ(seen.clicks.size(), seen.flashes.size());
+    std::int64_t apart = 0;
+    for (std::size_t i = 0; i < seen.clicks.size(); ++i) {
+      const std::int64_t frame = static_cast<std::int64_t>(i) * kFrames + kFrames / 2;
+      EXPECT_LE(std::abs(seen.flashes[i] - frame * kPeriod), 10000);
+      apart = std::max(apart, std::abs(seen.clicks[i] - seen.flashes[i]));
+    }
+    EXPECT_LT(apart, kPeriod / 10) << "the first " << seen.clicks[0] - seen.flashes[0] << ", the last "
+                                   << seen.clicks.back() - seen.flashes.back();
+  }
 }
 
 }  // namespace

@@ -220,6 +220,13 @@ TEST_F(PQMediaReaderTest, ReadsForeignFiles) {
       {"ntsc.mkv", "-f lavfi -i testsrc2=size=320x240:rate=30000/1001:duration=1 -c:v ffv1 ", 320, 240, 0, false},
       {"wide.mp4", source + "-c:v libx264 -pix_fmt yuv420p -aspect 8:3 ", 640, 240, 1, false},
       {"deep.mkv", source + "-c:v ffv1 -pix_fmt yuv420p10le ", 320, 240, 1, false},
+      {"rotated.mp4", "-i " + folder.File("bframes.mp4") + " -an -c copy -metadata:s:v rotate=90 ", 240, 320, 0, false},
+      {"odd.mkv",
+       "-f lavfi -i testsrc2=size=322x242:rate=25:duration=1 -vf crop=321:241:0:0:exact=1,format=yuv444p "
+       "-c:v ffv1 ",
+       321, 241, 0, false},
+      {"alpha.mkv", source + "-vf 'format=yuva420p,geq=lum=lum(X\\,Y):a=X' -c:v ffv1 ", 320, 240, 0, false},
+      {"uneven.mkv", source + "-vf 'select=lt(mod(n\\,5)\\,3)' -vsync vfr -c:v ffv1 ", 320, 240, 0, false},
       {"sound.mkv", sound + "-c:a flac ", 0, 0, 0, true},
   };
   for (const Foreign& file : files) {
@@ -241,6 +248,13 @@ TEST_F(PQMediaReaderTest, ReadsForeignFiles) {
     if (file.width == 0) continue;
     const auto frames = consumer.Of(consumer.video);
     const std::int64_t period = consumer.video_props.time_per_frame;
+    if (std::string(file.name) == "uneven.mkv") {  // three of five, each at its own time
+      ASSERT_EQ(frames.size(), 15u);
+      for (std::size_t i = 0; i < frames.size(); ++i) {
+        EXPECT_LE(std::llabs(frames[i].time - static_cast<std::int64_t>(i / 3 * 5 + i % 3) * 400000), 10000) << i;
+      }
+      continue;
+    }
     EXPECT_EQ(period, std::string(file.name) == "ntsc.mkv" ? 333667 : 400000);
     EXPECT_EQ(frames.size(), std::string(file.name) == "ntsc.mkv" ? 30u : 25u);
     for (std::size_t i = 0; i < frames.size(); ++i) {

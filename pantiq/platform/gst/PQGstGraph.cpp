@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
@@ -18,6 +19,7 @@
 
 #include "pantiq/platform/gst/PQAsfFile.h"
 #include "pantiq/platform/gst/PQGstCommon.h"
+#include "pantiq/platform/gst/PQGstProfiles.h"
 
 namespace pantiq::gst {
 namespace {
@@ -304,6 +306,59 @@ PQPlatformResult Graph::ProveEncoder(const Filter& source, const std::string& en
   return result;
 }
 
+// Lets a sound begin earlier by what its encoder puts before it, so that sound and picture come back together. What
+// would lie before the beginning of the recording is left out: at most 46 ms.
+struct Silence {
+  const std::string codec;
+  GstAudioInfo form{};
+  gsize left = 0;           // samples to leave out yet
+  GstClockTime length = 0;  // of the silence
+  bool known = false;
+
+  bool LookAt(GstPad* pad, GstClockTime begin) {
+    const CapsPtr caps(gst_pad_get_current_caps(pad));
+    if (known || caps == nullptr || !gst_audio_info_from_caps(&form, caps.get())) return known;
+    const int rate = GST_AUDIO_INFO_RATE(&form);
+    const auto silence = static_cast<guint64>(SilenceAhead(codec, rate));
+    length = gst_util_uint64_scale_int(silence, GST_SECOND, rate);
+    if (!GST_CLOCK_TIME_IS_VALID(begin)) begin = 0;
+    left = silence - std::min(silence, gst_util_uint64_scale_int(begin, rate, GST_SECOND));
+    return known = true;
+  }
+
+  static GstPadProbeReturn OnSound(GstPad* pad, GstPadProbeInfo* info, gpointer data) {
+    auto* const silence = static_cast<Silence*>(data);
+    const std::lock_guard lock(SeamMutex());
+    GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+    if (!silence->LookAt(pad, GST_BUFFER_PTS(buffer))) return GST_PAD_PROBE_OK;
+    const gsize frame = static_cast<gsize>(GST_AUDIO_INFO_BPF(&silence->form));
+    const gsize count = gst_buffer_get_size(buffer) / frame, taken = std::min(silence->left, count);
+    silence->left -= taken;
+    if (taken == count) return GST_PAD_PROBE_DROP;
+    const GstClockTime begin = GST_BUFFER_PTS(buffer);
+    if (taken > 0) buffer = gst_audio_buffer_truncate(buffer, static_cast<gint>(frame), taken, count - taken);
+    buffer = gst_buffer_make_writable(buffer);
+    const auto length = [rate = GST_AUDIO_INFO_RATE(&silence->form)](gsize samples) {
+      return gst_util_uint64_scale_int(samples, GST_SECOND, rate);
+    };
+    if (GST_CLOCK_TIME_IS_VALID(begin)) {
+      const GstClockTime moved = begin + length(taken);
+      GST_BUFFER_PTS(buffer) = moved - std::min(moved, silence->length);
+    }
+    GST_BUFFER_DURATION(buffer) = length(count - taken);
+    GST_PAD_PROBE_INFO_DATA(info) = buffer;
+    return GST_PAD_PROBE_OK;
+  }
+};
+
+void MakeUpForSilence(GstElement* chain, const std::string& codec) {
+  const ElementPtr encoder(gst_bin_get_by_name(GST_BIN(chain), "encoder"));
+  if (encoder == nullptr) return;
+  const PadPtr pad(gst_element_get_static_pad(encoder.get(), "sink"));
+  gst_pad_add_probe(pad.get(), GST_PAD_PROBE_TYPE_BUFFER, Silence::OnSound, new Silence{codec},
+                    [](gpointer data) { delete static_cast<Silence*>(data); });
+}
+
 PQPlatformResult Graph::Render(PQFilterId from, PQFilterId via, PQFilterId to) {
   Filter* source = Find(from);
   Filter* writer = Writer(to);
@@ -341,6 +396,7 @@ PQPlatformResult Graph::Render(PQFilterId from, PQFilterId via, PQFilterId to) {
       return first;
     };
   }
+  if (!is_video) MakeUpForSilence(source->chain.get(), writer->profile.audio_codec);
   RestampForMuxer(source->chain.get(), std::move(by_order));
   return {};
 }

@@ -99,11 +99,11 @@ std::string AudioEncoder(const Codec& codec, const PQRecordingRequest& request) 
   const std::string takes = "audio/x-raw,rate=[8000,48000],channels=";
   if (name == "PCM") return takes + "[1,2],format=S16LE";
   if (name == "MP3") {
-    return takes + "[1,2] ! lamemp3enc target=bitrate cbr=true bitrate=" +
+    return takes + "[1,2] ! lamemp3enc name=encoder target=bitrate cbr=true bitrate=" +
            std::to_string(std::clamp(request.audio_bit_rate / 1000, 32, 320));
   }
   return takes + (name == "AAC" ? "[1,2] ! " : "2 ! ") + codec.element +
-         " bitrate=" + std::to_string(std::clamp(request.audio_bit_rate, 24000, 512000));
+         " name=encoder bitrate=" + std::to_string(std::clamp(request.audio_bit_rate, 24000, 512000));
 }
 
 }  // namespace
@@ -142,6 +142,14 @@ PQPlatformResult ResolveProfile(const PQRecordingRequest& request, PQRecordingPr
   profile.video_encoder = VideoEncoder(*video_codec, request);
   profile.audio_encoder = AudioEncoder(*audio_codec, request);
   return {};
+}
+
+int SilenceAhead(const std::string& audio_codec, int sample_rate) {
+  if (audio_codec == "AAC") return 1024;
+  if (audio_codec == "MP3") return 576 + 529;  // of the encoder, and of every decoder
+  if (audio_codec != "WMA1" && audio_codec != "WMA2") return 0;
+  if (sample_rate <= 16000) return 512;
+  return sample_rate <= 22050 || (sample_rate <= 32000 && audio_codec == "WMA1") ? 1024 : 2048;
 }
 
 }  // namespace pantiq::gst

@@ -112,8 +112,8 @@ class Reader final : public PQMediaReader {
   }
 
  private:
-  // Where Debian has what is missing: the first of the packages that come into question and are not here. What they lack
-  // is in the last.
+  // Where Debian has what is missing: the first of the packages that come into question and are not here. What they
+  // lack is in the last.
   static std::string PackageFor(const std::string& name) {
     const auto installed = [](const char* plugin) {
       GstPlugin* const found = gst_registry_find_plugin(gst_registry_get(), plugin);
@@ -465,7 +465,8 @@ void Reader::ReadProps(Output& output) {
     props.sample_size = props.width * 3 * props.height;
     props.time_per_frame = FramePeriod(output);
     const std::lock_guard lock(mutex_);
-    for (const std::string& name : missing_) props.notes.push_back("a part is left out: no fitting " + name + ", install " + PackageFor(name));
+    for (const std::string& name : missing_)
+      props.notes.push_back("a part is left out: no fitting " + name + ", install " + PackageFor(name));
   } else if (props.major_type == PQMediaType::Audio &&
              gst_audio_info_from_caps(&output.audio_info, output.caps.get())) {
     props.subtype = PQMediaSubtype::Pcm, props.format_type = PQMediaFormatType::WaveFormat;
