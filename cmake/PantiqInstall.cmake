@@ -1,4 +1,4 @@
-# What is installed, and the package of it. Two parts: runtime (program, modules, graphs, manual) and development (libraries,
+# What is installed, and the package of it. Two parts: runtime (program, modules, graphs, pictures, manual) and development (libraries,
 # headers, what find_package and pkg-config read).
 set(PANTIQ_CONFIG_FOLDER ${CMAKE_INSTALL_LIBDIR}/cmake/pantiq)
 file(RELATIVE_PATH PANTIQ_PC_UP "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
@@ -54,6 +54,8 @@ function(pq_install_package)
   install(FILES ${PROJECT_BINARY_DIR}/pantiqConfig.cmake ${PROJECT_BINARY_DIR}/pantiqConfigVersion.cmake
     DESTINATION ${PANTIQ_CONFIG_FOLDER} COMPONENT development)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/graphs DESTINATION ${CMAKE_INSTALL_DATADIR}/pantiq COMPONENT runtime)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/images/palette ${PROJECT_SOURCE_DIR}/pantiq/design/palette
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/pantiq COMPONENT runtime FILES_MATCHING PATTERN "*.svg" PATTERN "*.png" PATTERN "*.bmp")
   install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 
   if(NOT PROJECT_IS_TOP_LEVEL)

@@ -3,6 +3,8 @@
 #include <map>
 #include <mutex>
 
+#include "pantiq/host/PQUnregister.h"
+
 namespace pantiq {
 namespace {
 
@@ -33,6 +35,14 @@ void RegisterComponents(std::string_view page, std::span<const PQClassInfo* cons
       registry.entries.push_back({std::string(page), info});
     }
   }
+}
+
+void UnregisterPage(std::string_view page) {
+  Registry& registry = TheRegistry();
+  const std::lock_guard lock(registry.mutex);
+  std::erase_if(registry.entries, [page](const Entry& entry) { return entry.page == page; });
+  registry.by_name.clear();
+  for (std::size_t i = 0; i < registry.entries.size(); ++i) registry.by_name[registry.entries[i].info->Name()] = i;
 }
 
 const PQClassInfo* PQFindClass(std::string_view name) {

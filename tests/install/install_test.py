@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """Installs the build that PANTIQ_BUILD names under a folder with a space in its name, and uses it from outside the tree."""
+import json
 import os
 import pathlib
 import re
@@ -90,6 +91,10 @@ class Installed(unittest.TestCase):
         self.assertTrue(said)
         graphs = self.prefix / "share" / "pantiq" / "graphs"
         self.assertEqual({f.name for f in graphs.iterdir()}, {f.name for f in (ROOT / "examples" / "graphs").iterdir()})
+        pictures = {f.name for f in (self.prefix / "share" / "pantiq" / "palette").iterdir()}
+        for name in json.loads(run(pantiq, "list", "--json", env=self.environment))[0]["classes"]:
+            large = name["name"].upper()
+            self.assertLessEqual({f"{large}.svg", *(f"{p}{large}.{e}" for p in ("", "_") for e in ("png", "bmp"))}, pictures)
         if MEDIA:
             asf = self.folder / "rings.asf"
             run(pantiq, "run", f"TPQJaehneGen ! TPQASFLogger FileName='{asf}'", "--frames", "5", env=self.environment)
