@@ -127,13 +127,13 @@ def main():
     wrong = []
     texts = {}
     index = ["# Components", "", "Made by `tools/pages.py` from what the program tells of itself (`pantiq inspect CLASS`).", ""]
-    index += ["| | class | |", "|---|---|---|"]
+    index += ["| class | |", "|---|---|"]
     for name in sorted(classes):
         info = json.loads(run(options.program, "inspect", name, "--json"))
         if options.pictures:
             make_pictures(options.program, name, shown.get(name, []))
         texts[f"{name}.md"] = page(info, shown.get(name, []))
-        index.append(f"| ![](../images/palette/{name.upper()}.svg) | [`{name}`]({name}.md) | {cell(info['help'])} |")
+        index.append(f"| ![](../images/palette/{name.upper()}.svg) [`{name}`]({name}.md) | {cell(info['help'])} |")
         wrong += [f"no picture {picture_name(name, i, e)}" for i, e in enumerate(shown.get(name, []))
                   if not (IMAGES / picture_name(name, i, e)).exists()]
     texts["README.md"] = "\n".join(index) + "\n"
