@@ -9,7 +9,8 @@ set -euo pipefail
 build=(g++ cmake ninja-build pkg-config git python3 ca-certificates
   libpng-dev libjpeg62-turbo-dev libcli11-dev nlohmann-json3-dev
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev
-  libavcodec-dev libavformat-dev libavutil-dev libswscale-dev)
+  libavcodec-dev libavformat-dev libavutil-dev libswscale-dev
+  qt6-base-dev)
 run=(gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-x)
 check=(libgtest-dev libgmock-dev libbenchmark-dev gstreamer1.0-tools ffmpeg binutils xvfb make python3-markdown)
 peers=(libopencv-dev libavfilter-dev)

@@ -1,5 +1,5 @@
-# What is installed, and the package of it. Two parts: runtime (program, modules, graphs, pictures, manual) and development (libraries,
-# headers, what find_package and pkg-config read).
+# What is installed, and the package of it. Parts: runtime (program, modules, graphs, pictures, manual), development (libraries,
+# headers, what find_package and pkg-config read) and dialogs (the module behind windows).
 set(PANTIQ_CONFIG_FOLDER ${CMAKE_INSTALL_LIBDIR}/cmake/pantiq)
 file(RELATIVE_PATH PANTIQ_PC_UP "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 string(REGEX REPLACE "/$" "" PANTIQ_PC_UP "${PANTIQ_PC_UP}")
@@ -45,6 +45,7 @@ function(pq_install_package)
   # The engines' modules and the vector sources keep their headers to themselves.
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/pantiq DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
     FILES_MATCHING PATTERN "*.h" PATTERN "*.def" PATTERN "platform/gst" EXCLUDE PATTERN "platform/av" EXCLUDE
+    PATTERN "design/qt" EXCLUDE
     PATTERN "plugins/host" EXCLUDE PATTERN "*Vec.h" EXCLUDE PATTERN "*_simd.h" EXCLUDE)
   install(EXPORT pantiqTargets NAMESPACE pantiq:: DESTINATION ${PANTIQ_CONFIG_FOLDER} COMPONENT development)
   get_property(PANTIQ_ROOMS GLOBAL PROPERTY PANTIQ_ROOMS)
@@ -67,6 +68,14 @@ function(pq_install_package)
   set(CPACK_PACKAGE_CONTACT "The developers of Pantiq <pantiq@localhost>")
   set(CPACK_STRIP_FILES ON)
   set(CPACK_COMPONENTS_ALL runtime development)  # packages pantiq and pantiq-dev
+  if(TARGET pantiq_qt)
+    list(APPEND CPACK_COMPONENTS_ALL dialogs)
+    set(CPACK_DEBIAN_DIALOGS_PACKAGE_NAME pantiq-dialogs)
+    set(CPACK_DEBIAN_DIALOGS_PACKAGE_SECTION video)
+    set(CPACK_DEBIAN_DIALOGS_PACKAGE_DEPENDS "pantiq (= ${PROJECT_VERSION})")
+    set(CPACK_COMPONENT_DIALOGS_DESCRIPTION "The windows of the program that builds graphs of components for real-time video.")
+    set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS "pantiq-dialogs, ")
+  endif()
   set(CPACK_DEB_COMPONENT_INSTALL ON)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME pantiq)
@@ -83,12 +92,13 @@ function(pq_install_package)
   mark_as_advanced(PANTIQ_SHLIBDEPS)
   if(PANTIQ_SHLIBDEPS)
     set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+    set(CPACK_DEBIAN_DIALOGS_PACKAGE_SHLIBDEPS ON)
   endif()
   if(PANTIQ_MEDIA)
     # Demuxers, decoders and encoders are found while running: no library names them.
     string(JOIN ", " CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS gstreamer1.0-plugins-base gstreamer1.0-plugins-good
       gstreamer1.0-plugins-ugly gstreamer1.0-libav)
   endif()
-  set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS "gstreamer1.0-x, bash-completion")
+  string(APPEND CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS "gstreamer1.0-x, bash-completion")
   include(CPack)
 endfunction()

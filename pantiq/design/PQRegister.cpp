@@ -4,6 +4,7 @@
 #include "pantiq/compose/PQCombine.h"
 #include "pantiq/compose/PQFrameChange.h"
 #include "pantiq/compose/PQTransparentColor.h"
+#include "pantiq/design/PQMorphShapeFormUnit.h"
 #include "pantiq/filters/PQBoxFilter.h"
 #include "pantiq/filters/PQChangeFormat.h"
 #include "pantiq/filters/PQColorMerge.h"
@@ -92,6 +93,7 @@ void RegisterAll() {
   PQDelay::Register();
   PQQueuedSwitch::Register();
   PQColorMerge::Register();
+  PQMorphShapeFormUnit::Register();
 }
 
 }  // namespace pantiq

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "pantiq/host/PQDialog.h"
 #include "pantiq/host/PQRegistry.h"
 #include "pantiq/kernels/PQDispatcher.h"
 
@@ -112,6 +113,16 @@ void TPQMorphShape::SetItem(std::uint32_t x, std::uint32_t y, bool value) {
   custom_[at] = value ? 1 : 0;
   if (shape_type_ == stCustom) Publish();
 }
+
+void TPQMorphShape::SetItems(std::span<const std::uint8_t> cells) {
+  auto section = filter_.Lock().WriteLock();
+  custom_.resize(Cells(width_, height_));
+  const std::size_t count = std::min(custom_.size(), cells.size());
+  for (std::size_t i = 0; i < count; ++i) custom_[i] = cells[i] != 0 ? 1 : 0;
+  if (shape_type_ == stCustom) Publish();
+}
+
+bool TPQMorphShape::ShowDialog() { return pantiq::ShowDialog("PQMorphShapeForm", filter_); }
 
 std::shared_ptr<const TPQMorphArray> TPQMorphShape::InUse() const {
   auto section = filter_.Lock().ReadLock();

@@ -1,6 +1,7 @@
 // Erosion and dilation with a mask of any shape.
 #pragma once
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "pantiq/core/PQCommonFilter.h"
@@ -46,12 +47,20 @@ class PQ_EXPORT TPQMorphShape final : public TPersistent {
   // Cells of the custom mask. Outside the mask: ignored, false.
   bool GetItem(std::uint32_t x, std::uint32_t y) const;
   void SetItem(std::uint32_t x, std::uint32_t y, bool value);
+  // The same for every cell, row by row, in one step: frames meet the old mask or the new one. Cells that `cells` lacks
+  // stay, what it has beyond the mask is ignored.
+  void SetItems(std::span<const std::uint8_t> cells);
   std::uint32_t GetWidth() const;
   std::uint32_t GetHeight() const;
   // Another size: cells of the custom mask stay at their places, new ones are 0.
   void RecalcArray(std::uint32_t width, std::uint32_t height);
   // The mask in use, of one moment: GetWidth() * GetHeight() cells.
   std::shared_ptr<const TPQMorphArray> InUse() const;
+
+  // Lets a person draw the custom mask and set the filter's MaskSize, in the dialog "PQMorphShapeForm" (RegisterAll brings
+  // one). True if the person accepted; false, and nothing changed, if not or if there is nothing to show it with. The thread
+  // of the user interface.
+  bool ShowDialog();
 
   // Stored forms. MatrixData: the number of cells of the custom mask, then the cells. Matrix, of older streams: a 32-bit
   // count, then as many 32-bit integers, of which the low byte counts; little endian.

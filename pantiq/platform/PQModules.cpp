@@ -105,6 +105,13 @@ ModuleSlot<PQCodecManager>& CodecSlot() {
   return *slot;
 }
 
+ModuleSlot<PQDialogModule>& DialogSlot() {
+  static auto* slot = new ModuleSlot<PQDialogModule>(
+      {"libpantiq-qt.so", kDialogModuleEntry, kDialogModuleAbi,
+       "install libqt6widgets6, and build or install pantiq with PANTIQ_DIALOGS=ON"});
+  return *slot;
+}
+
 }  // namespace
 
 std::vector<std::string> ModuleFolders() {
@@ -142,5 +149,8 @@ void SetMediaModule(PQMediaModule* module) { MediaSlot().Replace(module); }
 
 PQCodecManager* LoadCodecManager(PQPlatformResult& result) { return CodecSlot().Load(result); }
 void SetCodecManager(PQCodecManager* manager) { CodecSlot().Replace(manager); }
+
+PQDialogModule* LoadDialogModule(PQPlatformResult& result) { return DialogSlot().Load(result); }
+void SetDialogModule(PQDialogModule* module) { DialogSlot().Replace(module); }
 
 }  // namespace pantiq

@@ -1,9 +1,10 @@
-// Finds and loads the modules of the library at first need. Nothing of a media engine is loaded before.
+// Finds and loads the modules of the library at first need. Nothing of an engine or a toolkit is loaded before.
 #pragma once
 #include <string>
 #include <vector>
 
 #include "pantiq/platform/PQCodecManager.h"
+#include "pantiq/platform/PQDialogModule.h"
 #include "pantiq/platform/PQMediaModule.h"
 
 namespace pantiq {
@@ -24,6 +25,10 @@ PQ_EXPORT void SetMediaModule(PQMediaModule* module);
 // The codec manager (libpantiq-av.so), in the same way.
 PQ_EXPORT PQCodecManager* LoadCodecManager(PQPlatformResult& result);
 PQ_EXPORT void SetCodecManager(PQCodecManager* manager);
+
+// The dialog module (libpantiq-qt.so), in the same way.
+PQ_EXPORT PQDialogModule* LoadDialogModule(PQPlatformResult& result);
+PQ_EXPORT void SetDialogModule(PQDialogModule* module);
 
 // The folders that are searched now, in order.
 PQ_EXPORT std::vector<std::string> ModuleFolders();
