@@ -204,6 +204,7 @@ class Reader {
     if (pending_) {
       faults_.push_back(MakeFault(bang_, "nothing stands on the right of '!'", "a component or a sink pin"));
     }
+    EndLeft();
   }
 
  private:
@@ -225,10 +226,20 @@ class Reader {
     if (!left_ && open_ != kBroken) {
       faults_.push_back(MakeFault(token.place, "nothing stands on the left of '!'", "a component or a source pin"));
     }
+    linked_ = true;
     pending_ = true, bang_ = token.place;
   }
 
+  // A path without a '!' on either side is no pin that somebody meant.
+  void EndLeft() {
+    if (!left_ || linked_ || left_->path.find_first_of(".[") == std::string::npos) return;
+    faults_.push_back(MakeFault(left_->place, "'" + left_->path + "' connects nothing",
+                                "'!' before or behind a pin; a value that stands alone in single quotes"));
+  }
+
   void ReadWord(const Token& token) {
+    if (!pending_) EndLeft();
+    linked_ = pending_;
     PlannedEnd end;
     end.place = token.place;
     const bool is_path = token.path.find_first_of(".[") != std::string::npos;
@@ -304,6 +315,7 @@ class Reader {
   std::vector<PQFault>& faults_;
   std::vector<std::string> names_;
   std::optional<PlannedEnd> left_;  // what a '!' would connect from
+  bool linked_ = false;             // a '!' stands before or behind it
   bool pending_ = false;            // a '!' waits for its right side
   GraphPlace bang_;
   int open_ = kNone;  // the component that settings belong to

@@ -117,6 +117,8 @@ class GraphFaults(Case):
             (f"{GEN} ! numbers", "numbers", ["PQJaehneGen1.OutputPin (image)", "numbers1.InputPin (real)"]),
             ("TPQMirror Name=a ! TPQMirror Name=b b.OutputPin ! a.InputPin", "a.InputPin", ["cycle"]),
             (f"{GEN} ! checksum 'open", "'open", ["not closed"]),
+            (f"{GEN} ! frames out-%d.png", "out-%d.png", ["connects nothing", "in single quotes"]),
+            (f"{GEN} Name=g g.OutputPin TPQMirror", "g.OutputPin", ["connects nothing"]),
             (f"{GEN} ! frames 'out.png'", "'out.png'", ["frames1", "FileName", "%d", "out-%04d.png"]),
             (f"{GEN} ! frames 'out-%d.tiff'", "'out-%d.tiff'", ["frames1", "FileName", ".png"]),
             (f"{GEN} !", "!", ["!"]),
