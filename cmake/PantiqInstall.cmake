@@ -57,6 +57,8 @@ function(pq_install_package)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/graphs DESTINATION ${CMAKE_INSTALL_DATADIR}/pantiq COMPONENT runtime)
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/docs/images/palette ${PROJECT_SOURCE_DIR}/pantiq/design/palette
     DESTINATION ${CMAKE_INSTALL_DATADIR}/pantiq COMPONENT runtime FILES_MATCHING PATTERN "*.svg" PATTERN "*.png" PATTERN "*.bmp")
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples/skeleton ${PROJECT_SOURCE_DIR}/examples/first_graph
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/pantiq COMPONENT development USE_SOURCE_PERMISSIONS)
   install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT runtime)
 
   if(NOT PROJECT_IS_TOP_LEVEL)

@@ -1,91 +1,24 @@
 #!/usr/bin/env python3
 """Runs every command of the documents, word for word: a reader who copies one must get what the text says.
 
-A command is a line that begins with `pantiq` or `cc` in a block of code that is indented, or fenced without a language or as sh;
-open quotes go on in the next line. A block of lines with `$ ` before them shows what is said, too, and is compared with it. The
-commands of a page run in its order, in a folder of its own with what their names ask for: clips in.mp4, a.mp4 and b.mp4, the
-example graphs and plug-ins. A block that follows `as `NAME`:` is saved under that name first. A block that no test can run has
-<!-- not run: REASON --> before it; the reasons are listed here, and what is left out is counted. PANTIQ and the like are those of
-pantiq_test.py, PANTIQ_ROOT is the project.
+blocks.py says what a command is. Those of a page run in its order, in a folder of its own with what their names ask for: clips
+in.mp4, a.mp4 and b.mp4, the example graphs and plug-ins. What no test can run is marked with a reason, which is listed here, and
+counted. PANTIQ and the like are those of pantiq_test.py, PANTIQ_ROOT is the project.
 """
 import collections
 import os
 import pathlib
-import re
-import shlex
 import shutil
 import subprocess
 import unittest
 
 import pantiq_test
+from blocks import blocks, commands
 
 ROOT = pathlib.Path(os.environ["PANTIQ_ROOT"])
 REASONS = {"a form, no command", "needs a device of sound"}
 PAGES = sorted([*(ROOT / "docs").rglob("*.md"), ROOT / "README.md"])
 TOUR = ROOT / "docs" / "tour.md"  # run by tests/install, with an installed library
-Block = collections.namedtuple("Block", "line kind reason name text")
-
-
-def blocks(text):
-    """The blocks of code of a page: first line, language (None: indented), why it is not run, the name it is saved under."""
-    lines = text.split("\n")
-    before, i = [], 0
-    while i < len(lines):
-        fence = re.match(r"```(\w*)$", lines[i])
-        indented = lines[i].startswith("    ") and (i == 0 or not lines[i - 1].strip())
-        if not fence and not indented:
-            if lines[i].strip():
-                before.append(lines[i])
-            i += 1
-            continue
-        first, body = i + 1, []
-        if fence:
-            i += 1
-            while lines[i] != "```":
-                body.append(lines[i])
-                i += 1
-            i += 1
-        else:
-            while i < len(lines) and (lines[i].startswith("    ") or not lines[i].strip()):
-                body.append(lines[i][4:])
-                i += 1
-            i -= len(body) - len("\n".join(body).rstrip().split("\n"))
-        last = before[-1] if before else ""
-        reason = re.fullmatch(r"<!-- not run: (.*) -->", last)
-        name = re.search(r"as `([\w.-]+)`:$", last)
-        yield Block(first, fence[1] if fence else None, reason and reason[1], name and name[1], "\n".join(body).rstrip() + "\n")
-        before = []
-
-
-def commands(block):
-    """(line, command, what it says or None) of a block."""
-    if block.kind not in (None, "", "sh"):
-        return
-    lines, i = block.text.splitlines(), 0
-    shown = any(line.startswith("$ ") for line in lines)
-    while i < len(lines):
-        first, text = i, lines[i]
-        i += 1
-        if not re.match(r"\$ |pantiq |cc " if not shown else r"\$ ", text):
-            continue
-        while i < len(lines) and (open_quotes(text) or text.endswith("\\")):
-            text += "\n" + lines[i]
-            i += 1
-        said = None
-        if shown:
-            text, said = text[2:], ""
-            while i < len(lines) and not lines[i].startswith("$ "):
-                said += lines[i] + "\n"
-                i += 1
-        yield block.line + first, text, said
-
-
-def open_quotes(text):
-    try:
-        shlex.split(text, comments=True)
-    except ValueError:
-        return True
-    return False
 
 
 class Lines(pantiq_test.Case):
