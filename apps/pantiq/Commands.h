@@ -33,6 +33,16 @@ int CheckGraph(const std::vector<std::string>& words, bool json);
 int SaveGraph(const std::vector<std::string>& words, const std::string& output, bool overwrite);
 int DrawGraph(const std::vector<std::string>& words);
 
+struct EditArguments {
+  std::string file, component;
+  std::string property;  // empty: the one that can be edited
+  std::string output;    // empty: the file itself; "-" is standard output
+  bool terminal = false, custom = false, overwrite = false;
+};
+
+// Lets a person draw the mask of a component, in a window or on the terminal, and writes the graph back.
+int EditGraph(const EditArguments& arguments);
+
 struct PlayArguments {
   std::string file;
   std::string video = "Default", audio = "Default";  // devices

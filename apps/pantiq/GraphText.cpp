@@ -131,25 +131,36 @@ void AddChecked(std::vector<PQFault>& faults, std::vector<PQFault> checked) {
   });
 }
 
-}  // namespace
-
-GivenGraph ReadGraph(std::span<const std::string> words, bool designing) {
-  GivenGraph given;
-  auto graph = std::make_unique<PQGraph>(designing);
-  bool built = false;
-  if (words.size() == 1 && NamesFile(words.front())) {
-    given.file = words.front();
-    if (!ReadText(given)) return given;
-    built = graph->LoadText(given.source, given.faults);
-    if (!built) AddChecked(given.faults, PQGraph::CheckText(given.source));
-  } else {
-    given.source = JoinWords(words);
-    built = graph->ParseLaunch(given.source, given.faults);
-    if (!built) AddChecked(given.faults, PQGraph::CheckLaunch(given.source));
-  }
-  if (!built) return given;
+void TakeGraph(GivenGraph& given, std::unique_ptr<PQGraph> graph) {
   for (PQFault& fault : graph->Check()) given.faults.push_back(std::move(fault));
   given.graph = std::move(graph);
+}
+
+}  // namespace
+
+GivenGraph ReadGraphFile(const std::string& file, bool designing) {
+  GivenGraph given;
+  given.file = file;
+  if (!ReadText(given)) return given;
+  auto graph = std::make_unique<PQGraph>(designing);
+  if (graph->LoadText(given.source, given.faults)) {
+    TakeGraph(given, std::move(graph));
+  } else {
+    AddChecked(given.faults, PQGraph::CheckText(given.source));
+  }
+  return given;
+}
+
+GivenGraph ReadGraph(std::span<const std::string> words, bool designing) {
+  if (words.size() == 1 && NamesFile(words.front())) return ReadGraphFile(words.front(), designing);
+  GivenGraph given;
+  given.source = JoinWords(words);
+  auto graph = std::make_unique<PQGraph>(designing);
+  if (graph->ParseLaunch(given.source, given.faults)) {
+    TakeGraph(given, std::move(graph));
+  } else {
+    AddChecked(given.faults, PQGraph::CheckLaunch(given.source));
+  }
   return given;
 }
 

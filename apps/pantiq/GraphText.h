@@ -26,6 +26,9 @@ std::string JoinWords(std::span<const std::string> words);
 // Parses or loads, and checks. Faults are collected, not printed. `designing`: the graph is looked at, not run.
 GivenGraph ReadGraph(std::span<const std::string> words, bool designing = false);
 
+// The same for what must be a graph file.
+GivenGraph ReadGraphFile(const std::string& file, bool designing = false);
+
 // Each fault as one line, then the line that it stands in with a caret under its place.
 void PrintFaults(const GivenGraph& given);
 std::string FaultText(const GivenGraph& given, const PQFault& fault);

@@ -27,6 +27,7 @@ constexpr const char* kExamples = R"(Examples:
   pantiq run --seconds 2 'TPQJaehneGen ! y4m' | ffplay -
   pantiq save 'TPQJaehneGen ! TPQMirror ! checksum' -o mirror.pqg     (sinks of the program are refused)
   pantiq play in.mp4 --from 1m30s
+  pantiq edit graph.pqg PQMorphFilter1 --custom
   pantiq inspect TPQMirror
 
 A launch line names classes in order; ! connects them, Name=Value sets a property, and a word Name=sob names a component.
@@ -222,6 +223,22 @@ int Main(int argc, char** argv) {
   play_command->footer(
       "Keys on the terminal: space pauses, arrows jump by 5 seconds, . shows the next frame, q quits.");
 
+  EditArguments edit;
+  CLI::App* edit_command = program.add_subcommand("edit", "Draw the mask of a component in a graph file");
+  edit_command->add_option("graph", edit.file, "The graph file")->required()->type_name("FILE.pqg");
+  edit_command->add_option("component", edit.component, "The component's name in the graph")
+      ->required()
+      ->type_name("NAME");
+  edit_command->add_option("--property", edit.property, "The property that holds the mask, if there are several")
+      ->type_name("PROPERTY");
+  edit_command->add_option("-o,--output", edit.output, "Write the graph to this file instead; - is standard output")
+      ->type_name("FILE.pqg");
+  edit_command->add_flag("--custom", edit.custom, "Put the drawn mask in use: ShapeType becomes stCustom");
+  edit_command->add_flag("--terminal", edit.terminal, "On the terminal, without a window");
+  edit_command->add_flag("--overwrite", edit.overwrite, "Replace the file of -o if it is there");
+  edit_command->footer(
+      "Keys: arrows move, space toggles, 0 and 1 set, Tab leads to the sizes and buttons, Return is OK, Esc is Cancel.");
+
   // What the program asks of itself in a process of its own.
   std::string trial_category, trial_device;
   CLI::App* trial = program.add_subcommand("try-device", "Try a device")->group("");
@@ -251,6 +268,7 @@ int Main(int argc, char** argv) {
   if (*convert) return ConvertFile(in_file, out_file, run);
   if (*check) return CheckGraph(run.words, json);
   if (*play_command) return PlayFile(play);
+  if (*edit_command) return EditGraph(edit);
   if (*list && codecs) return ListCodecs(json);
   if (*list && devices) return ListDevices(json);
   if (*list && encoders) return ListEncoders(json);

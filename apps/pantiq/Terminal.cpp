@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 
 namespace pantiq::app {
 namespace {
@@ -30,41 +31,61 @@ void Keys::Restore() noexcept {
   if (g_changed.exchange(false)) tcsetattr(STDIN_FILENO, TCSANOW, &g_before);
 }
 
-Key Keys::Next(int milliseconds) {
+bool Keys::Read(int milliseconds) {
+  pollfd wait{STDIN_FILENO, POLLIN, 0};
+  if (poll(&wait, 1, milliseconds) <= 0) return false;
+  char bytes[64];
+  const ssize_t count = read(STDIN_FILENO, bytes, sizeof bytes);
+  if (count < 0 && errno == EINTR) return false;
+  if (count <= 0) {  // the terminal is gone
+    active_ = false;
+    return false;
+  }
+  pending_.append(bytes, static_cast<std::size_t>(count));
+  return true;
+}
+
+std::string Keys::NextText(int milliseconds) {
   if (!active_) {
     poll(nullptr, 0, milliseconds);
-    return Key::None;
+    return {};
   }
-  if (pending_.empty()) {
-    pollfd wait{STDIN_FILENO, POLLIN, 0};
-    if (poll(&wait, 1, milliseconds) <= 0) return Key::None;
-    char bytes[64];
-    const ssize_t count = read(STDIN_FILENO, bytes, sizeof bytes);
-    if (count <= 0) {  // the terminal is gone
-      active_ = false;
-      return Key::None;
+  if (pending_.empty() && !Read(milliseconds)) return {};
+  // Bytes of the key: 0 while its end is not there.
+  const auto length = [this]() -> std::size_t {
+    const auto first = static_cast<unsigned char>(pending_[0]);
+    if (first == 0x1b) {
+      if (pending_.size() < 2) return 0;
+      if (pending_[1] == 'O') return pending_.size() < 3 ? 0 : 3;
+      if (pending_[1] != '[') return 1;  // Esc, then another key
+      for (std::size_t i = 2; i < pending_.size(); ++i) {
+        if (pending_[i] >= 0x40 && pending_[i] <= 0x7e) return i + 1;
+      }
+      return 0;
     }
-    pending_.assign(bytes, static_cast<std::size_t>(count));
-  }
-  const auto take = [this](std::size_t bytes, Key key) {
-    pending_.erase(0, bytes);
-    return key;
+    const std::size_t wanted = first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : first >= 0xc0 ? 2 : 1;
+    return pending_.size() < wanted ? 0 : wanted;
   };
-  if (pending_.size() >= 3 && pending_[0] == '\x1b' && (pending_[1] == '[' || pending_[1] == 'O')) {
-    const char last = pending_[2];
-    return take(3, last == 'C' ? Key::Forward : last == 'D' ? Key::Back : Key::None);
+  constexpr int kRest = 50;  // ms; what a key sends comes in one piece, or nearly so
+  std::size_t bytes = 0;
+  while ((bytes = length()) == 0) {
+    if (!Read(kRest)) {
+      bytes = pending_[0] == 0x1b ? 1 : pending_.size();
+      break;
+    }
   }
-  switch (pending_[0]) {
-    case ' ':
-      return take(1, Key::Pause);
-    case '.':
-      return take(1, Key::Step);
-    case 'q':
-    case 'Q':
-      return take(1, Key::Quit);
-    default:
-      return take(1, Key::None);
-  }
+  std::string text = pending_.substr(0, bytes);
+  pending_.erase(0, bytes);
+  return text;
+}
+
+Key Keys::Next(int milliseconds) {
+  const std::string text = NextText(milliseconds);
+  if (text == "\x1b[C" || text == "\x1bOC") return Key::Forward;
+  if (text == "\x1b[D" || text == "\x1bOD") return Key::Back;
+  if (text == " ") return Key::Pause;
+  if (text == ".") return Key::Step;
+  return text == "q" || text == "Q" ? Key::Quit : Key::None;
 }
 
 }  // namespace pantiq::app

@@ -18,12 +18,15 @@ class Keys {
   bool Any() const { return active_; }
   // The next key, waiting for it at most so long.
   Key Next(int milliseconds);
+  // What the next key sends: one character in UTF-8, or a whole sequence such as "\x1b[C". Empty if none comes.
+  std::string NextText(int milliseconds);
   // Makes the terminal as it was before. Async-signal-safe.
   static void Restore() noexcept;
 
  private:
+  bool Read(int milliseconds);
   bool active_ = false;
-  std::string pending_;  // of a sequence that has begun
+  std::string pending_;  // of keys that were pressed before they were asked for
 };
 
 }  // namespace pantiq::app

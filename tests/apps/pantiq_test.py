@@ -7,6 +7,7 @@ import glob
 import json
 import os
 import re
+import select
 import shutil
 import signal
 import struct
@@ -646,6 +647,24 @@ class Screen:
         value = self.x11.XGetPixel(image, 0, 0)
         return value >> 16 & 255, value >> 8 & 255, value & 255
 
+    def press(self, *keys):
+        """Keys into the window that has the focus."""
+        focus, revert = ctypes.c_ulong(), ctypes.c_int()
+        self.x11.XGetInputFocus.argtypes = [ctypes.c_void_p] * 3
+        while focus.value < 2:  # None or PointerRoot
+            self.x11.XGetInputFocus(self.display, ctypes.byref(focus), ctypes.byref(revert))
+        for key in keys:
+            self.x11.XStringToKeysym.restype = ctypes.c_ulong
+            self.x11.XKeysymToKeycode.argtypes = [ctypes.c_void_p, ctypes.c_ulong]
+            code = self.x11.XKeysymToKeycode(self.display, self.x11.XStringToKeysym(key.encode()))
+            for kind in (2, 3):  # KeyPress, KeyRelease
+                event = (ctypes.c_long * 24)()
+                event[0], event[4], event[5] = kind, focus.value, self.x11.XDefaultRootWindow(self.display)
+                ints = ctypes.cast(event, ctypes.POINTER(ctypes.c_int))
+                ints[21], ints[22] = code, 1  # keycode, same_screen
+                self.x11.XSendEvent(self.display, focus.value, 1, 1, event)
+        self.x11.XSync(self.display, 0)
+
     def close_windows(self):
         """As a person does at the window's frame."""
         root, parent, children = ctypes.c_ulong(), ctypes.c_ulong(), ctypes.POINTER(ctypes.c_ulong)()
@@ -799,6 +818,167 @@ class Screens(Case):
         code, said = self.played(("0:01.", b" "), ("paused", b"." * 60), ("0:02.", b" "), ("0:03.", b"\x1b[C"),
                                  clip="sound.asf", mute=False)
         self.assertEqual(code, 0, said)
+class Edit(Case):
+    """The editor of a mask, on a terminal and in a window."""
+
+    GRAPH = (b"pantiq graph 1\n# kept\nobject g: TPQJaehneGen\nend\n\nobject m: TPQMorphFilter\n  MaskSize.Width = 5\n"
+             b"  MaskSize.Height = 4\n  MorphShape.ShapeType = stCustom  # drawn\n  InputPin = g.OutputPin\nend\n\n"
+             b"object flip: TPQMirror\n  InputPin = m.OutputPin\nend\n")
+    DARK = {"DISPLAY": "", "WAYLAND_DISPLAY": "", "QT_QPA_PLATFORM": ""}
+
+    def setUp(self):
+        super().setUp()
+        self.write("a.pqg", self.GRAPH)
+
+    def edited(self, *words, steps, program=PANTIQ, size=(24, 80)):
+        """Edits on a terminal; each step is a text that must be seen first, then keys or a signal. Exit code, what was seen."""
+        master, slave = os.openpty()
+        self.addCleanup(os.close, master)
+        self.addCleanup(os.close, slave)
+        fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("HHHH", *size, 0, 0))
+        before = termios.tcgetattr(slave)
+        run = subprocess.Popen([program, "edit", *words], cwd=self.folder, stdin=slave, stdout=slave, stderr=slave,
+                               start_new_session=True, preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0),
+                               env={**os.environ, **self.DARK, "TERM": "xterm"})
+        self.addCleanup(run.kill)
+        said, at = "", 0
+        for text, act in steps:
+            while (found := said.find(text, at)) < 0:
+                if select.select([master], [], [], 0.1)[0]:
+                    said += os.read(master, 65536).decode()
+                else:
+                    self.assertIsNone(run.poll(), said)
+            at = found + len(text)
+            if isinstance(act, bytes):
+                os.write(master, act)
+            else:
+                run.send_signal(act)
+        code = run.wait()
+        while select.select([master], [], [], 0)[0]:
+            said += os.read(master, 65536).decode()
+        self.assertEqual(termios.tcgetattr(slave), before, "the terminal is as it was")
+        self.assertEqual(said.count("\x1b[?1049h"), said.count("\x1b[?1049l"))
+        return code, said
+
+    def test_a_mask_drawn_on_the_terminal(self):
+        # Current cells: 0:0, then 1:1 by arrows, then the end of the row; a taller mask; keys that do nothing.
+        code, said = self.edited("a.pqg", "m", steps=[
+            ("0:0", b" 2x\x1b[C"), ("1:0", b"\x1b[B1"), ("1:1", b"\x1b[F"), ("4:1", b" "), ("", b"\t\tx"), ("", b"5-\x7f6\r"),
+            ("Height : \x1b[7m6", b"\t\t\t\x1b[6~"), ("4:5", b"1\n")])
+        self.assertEqual(code, 0, said)
+        self.assertIn("PQMorphShapeForm  a.pqg: m.MorphShape", said)
+        cells = "10000 01001 00000 00000 00000 00001".replace(" ", "")
+        kept = self.GRAPH.replace(b"Height = 4", b"Height = 6").decode()
+        text = self.read("a.pqg").decode()
+        self.assertIn(f"(30 {' '.join(cells)})", text)
+        self.assertEqual([l for l in text.splitlines() if "MatrixData" not in l and "Anchor" not in l], kept.splitlines())
+        self.assertEqual(sorted(os.listdir(self.folder)), ["a.pqg"])
+        self.assertEqual(len(self.pantiq("run", "--frames", "2", "a.pqg").err.splitlines()), 1)
+
+    def test_what_is_no_size_gives_a_message(self):
+        code, said = self.edited("a.pqg", "m", steps=[
+            ("0:0", b"\t\x7f\t"), ("Invalid value : \x1b", b"\t"), ("0:0", b"70000\r"), ("Invalid value : 70000", b" "),
+            ("0:0", b"7\t\t\r")])
+        self.assertEqual(code, 0, said)
+        self.assertIn(b"MaskSize.Width = 7\n", self.read("a.pqg"))
+
+    def test_whatever_cancels_leaves_the_file_as_it_was(self):
+        for act, code in [(b"\x1b", 1), (b"\x1b[Z\r", 1), (b"\x03", 130), (b"\x1c", 131), (signal.SIGTERM, 143), (signal.SIGHUP, 129)]:
+            with self.subTest(act=act):
+                done, said = self.edited("a.pqg", "m", steps=[("0:0", b"1"), ("97;44m1", act)])
+                self.assertEqual(done, code, said)
+                self.assertIn("m.MorphShape: cancelled; 'a.pqg' is as it was", said)
+                self.assertEqual(self.read("a.pqg"), self.GRAPH)
+
+    def test_stopped_continued_and_resized(self):
+        code, said = self.edited("a.pqg", "m", steps=[("0:0", signal.SIGTSTP), ("\x1b[?1049l", b""), ("0:0", signal.SIGWINCH),
+                                                      ("0:0", b"1"), ("97;44m1", b"\r")])
+        self.assertEqual(code, 0, said)
+
+    def test_a_mask_larger_than_the_terminal(self):
+        self.write("a.pqg", self.GRAPH.replace(b"Height = 4", b"Height = 300").replace(b"Width = 5", b"Width = 200"))
+        code, said = self.edited("a.pqg", "m", size=(8, 20), steps=[("0:0", b"\x1b[F"), ("199:0", b"\x1b[6~"), ("199:3", b"1\r")])
+        self.assertEqual(code, 0, said)
+        rows = re.search(r"\(60000 ([01 ]+)\)", self.read("a.pqg").decode()).group(1).split()
+        self.assertEqual([i for i, cell in enumerate(rows) if cell == "1"], [3 * 200 + 199])
+
+    def test_where_the_graph_goes(self):
+        self.write("old.pqg", b"precious")
+        self.refused("edit", "a.pqg", "m", "-o", "old.pqg", says=["'old.pqg': the file exists", "--overwrite"])
+        draw = [("0:0", b"1\r")]
+        self.assertEqual(self.edited("a.pqg", "m", "-o", "old.pqg", "--overwrite", steps=draw)[0], 0)
+        self.assertIn(b"(20 1 0", self.read("old.pqg"))
+        self.assertEqual(self.read("a.pqg"), self.GRAPH)
+        code, said = self.edited("a.pqg", "m", "-o", "-", steps=draw)
+        self.assertIn("(20 1 0", said.split("\x1b[?1049l")[1])
+        os.symlink("old.pqg", self.path("link.pqg"))
+        self.assertEqual(self.edited("link.pqg", "m", steps=[("0:0", b"\x1b[C1\r")])[0], 0)
+        self.assertTrue(os.path.islink(self.path("link.pqg")))
+        self.assertIn(b"(20 1 1 0", self.read("old.pqg"))
+
+    def test_a_mask_that_is_not_in_use_is_told_of(self):
+        self.write("a.pqg", self.GRAPH.replace(b"stCustom", b"stCross"))
+        self.assertIn("m.MorphShape.ShapeType is not stCustom", self.edited("a.pqg", "m", steps=[("0:0", b"1\r")])[1])
+        code, said = self.edited("a.pqg", "m", "--custom", steps=[("0:0", b"\r")])
+        self.assertNotIn("stCustom", said)
+        self.assertIn(b"ShapeType = stCustom", self.read("a.pqg"))
+
+    def test_refusals(self):
+        self.write("bad.pqg", b"pantiq graph 1\nobject m: TPQMorphFilter\n  MaskSize.Width = x\nend\n")
+        self.write("own.pqg", b"pantiq graph 1\nobject m: TPQMorphFilter\nend\nobject c: checksum\n  InputPin = m.OutputPin\nend\n")
+        self.write("large.pqg", self.GRAPH.replace(b"= 5", b"= 65535").replace(b"= 4", b"= 65535"))
+        for words, says in [
+            (["none.pqg", "m"], ["'none.pqg': there is no such file"]),
+            (["TPQJaehneGen ! TPQMorphFilter", "m"], ["there is no such file"]),
+            (["bad.pqg", "m"], ["bad.pqg:3:"]),
+            (["own.pqg", "m"], ["checksum"]),
+            (["large.pqg", "m"], ["65535 by 65535 cells", "16777216"]),
+            (["a.pqg", "n"], ["no component 'n'", "it has g, m, flip"]),
+            (["a.pqg", "flip"], ["flip (TPQMirror) has no mask", "m.MorphShape"]),
+            (["a.pqg", "m", "--property", "MaskSize"], ["m (TPQMorphFilter) has no mask 'MaskSize'", "m.MorphShape"]),
+            (["a.pqg"], ["component is required"]),
+        ]:
+            with self.subTest(words=words):
+                self.refused("edit", *words, says=says)
+        for words in ([], ["--terminal"]):
+            done = self.pantiq("edit", "a.pqg", "m", *words, code=2, env=self.DARK)
+            self.assertIn("standard input is no terminal; 'a.pqg' is as it was", done.err)
+            self.assertEqual("no window" in done.err, not words, done.err)
+        self.assertEqual(self.read("a.pqg"), self.GRAPH)
+
+    def test_without_the_module_the_terminal_serves(self):
+        os.mkdir(self.path("bin"))
+        shutil.copy(PANTIQ, self.path("bin"))
+        alone = self.path("bin/pantiq")
+        done = subprocess.run([alone, "edit", "a.pqg", "m"], cwd=self.folder, stdin=subprocess.DEVNULL, capture_output=True)
+        if b"libpantiq-qt.so is not installed" not in done.stderr:
+            self.skipTest("the module is installed on this machine")
+        self.assertEqual(done.returncode, 2)
+        self.assertIn(b"PANTIQ_DIALOGS=ON", done.stderr)
+        self.assertEqual(self.edited("a.pqg", "m", steps=[("0:0", b"1\r")], program=alone)[0], 0)
+
+    def test_the_window(self):
+        screen = Screen(self)
+        done = subprocess.run([PANTIQ, "edit", "a.pqg", "m"], cwd=self.folder, stdin=subprocess.DEVNULL, capture_output=True,
+                              env={**os.environ, **self.DARK})
+        if b"libpantiq-qt.so" in done.stderr:
+            self.skipTest("this build has no windows: install qt6-base-dev")
+        for press, code in [(screen.close_windows, 1), (lambda: screen.press("1", "Right", "space", "Return"), 0)]:
+            run = subprocess.Popen([PANTIQ, "edit", "a.pqg", "m"], cwd=self.folder, stdin=subprocess.DEVNULL,
+                                   stderr=subprocess.PIPE, env={**os.environ, **self.DARK, **screen.env})
+            # The grid's first cells: the current one, then a white one.
+            while screen.pixel(100 + 2 + 19, 100 + 2) != (255, 255, 255):
+                self.assertIsNone(run.poll(), "the program has ended")
+                time.sleep(0.02)
+            press()
+            _, err = run.communicate()
+            self.assertEqual(run.returncode, code, err)
+            if code != 0:
+                self.assertIn(b"cancelled", err)
+                self.assertEqual(self.read("a.pqg"), self.GRAPH)
+        self.assertIn(b"(20 1 1 0", self.read("a.pqg"))
+
+
 class Convert(Case):
     """One file into another."""
 
