@@ -7,7 +7,7 @@
 
 PANTIQ is the program. What is shown of a component stands in tools/pages.json: for each class a list of pictures with a caption
 and the part of a launch line between a frame of 480 by 270 pixels and the file. An entry with "numbers" ends in a plot; "frame"
-is the number of the frame to show, 0 without it.
+is the number of the frame to show, 0 without it. An entry with "text" is a paragraph.
 """
 import argparse
 import json
@@ -52,6 +52,9 @@ def page(info, shown):
     name = info["class"]
     out = [f"# {name}", "", f"![](../images/palette/{name.upper()}.svg) {info['help']}", ""]
     for index, entry in enumerate(shown):
+        if "text" in entry:
+            out += [entry["text"], ""]
+            continue
         out += [f"![{cell(entry['caption'])}](../images/components/{picture_name(name, index, entry)})", ""]
         out += [f"*{entry['caption']}*" + (f": `{entry['line']}`" if entry.get("line") else ""), ""]
     if info.get("example"):
@@ -78,6 +81,8 @@ def page(info, shown):
 def make_pictures(program, name, shown):
     IMAGES.mkdir(parents=True, exist_ok=True)
     for index, entry in enumerate(shown):
+        if "text" in entry:
+            continue
         target = IMAGES / picture_name(name, index, entry)
         first = f"TPQASFPlayer Name=clip FileName='{CLIP}'"
         last = entry.get("frame", 0)
@@ -135,7 +140,7 @@ def main():
         texts[f"{name}.md"] = page(info, shown.get(name, []))
         index.append(f"| ![](../images/palette/{name.upper()}.svg) [`{name}`]({name}.md) | {cell(info['help'])} |")
         wrong += [f"no picture {picture_name(name, i, e)}" for i, e in enumerate(shown.get(name, []))
-                  if not (IMAGES / picture_name(name, i, e)).exists()]
+                  if "text" not in e and not (IMAGES / picture_name(name, i, e)).exists()]
     texts["README.md"] = "\n".join(index) + "\n"
     wrong += [f"pictures of {name}, which is no component" for name in shown if name not in classes]
     return keep(PAGES, texts, options.check, wrong)
