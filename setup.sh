@@ -12,7 +12,7 @@ build=(g++ cmake ninja-build pkg-config git python3 ca-certificates
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev
   qt6-base-dev)
 run=(gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-x)
-check=(libgtest-dev libgmock-dev libbenchmark-dev gstreamer1.0-tools ffmpeg binutils xvfb make python3-markdown)
+check=(libgtest-dev libgmock-dev libbenchmark-dev gstreamer1.0-tools ffmpeg binutils xvfb make patch python3-markdown)
 peers=(libopencv-dev libavfilter-dev)
 
 wanted=("${build[@]}" "${run[@]}" "${check[@]}")

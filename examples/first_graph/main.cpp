@@ -14,6 +14,7 @@ int main() {
     return 2;
   }
   const pantiq::PQRunResult result = pantiq::PQGraphRun(graph, {}).Run();
-  std::cout << result.frames << " frames" << result.status.Text() << '\n';
+  if (!result.status.Ok()) std::cerr << result.status.Text() << '\n';
+  std::cout << result.frames << " frames\n";
   return result.status.Ok() ? 0 : 1;
 }
