@@ -170,21 +170,23 @@ void PQGraph::Impl::Check(std::vector<PQFault>& faults) const {
 }
 
 std::string PQGraph::ToDot() const {
+  const auto two_lines = [](const std::string& first, std::string_view second) {
+    std::string label = DotQuoted(first + "\x1f" + std::string(second));
+    return label.replace(label.find('\x1f'), 1, "\\n");
+  };
   std::string dot = "digraph pantiq {\n  rankdir=LR;\n  node [shape=box];\n";
   for (TComponent* component : GetComponents()) {
     const std::string name = DotQuoted(component->GetName());
-    std::string label = DotQuoted(component->GetName() + "\x1f" + component->ClassInfo().Name());
-    label.replace(label.find('\x1f'), 1, "\\n");
-    dot.append("  ").append(name).append(" [label=").append(label).append("];\n");
+    dot.append("  ").append(name).append(" [label=");
+    dot.append(two_lines(component->GetName(), component->ClassInfo().Name())).append("];\n");
   }
   for (TComponent* component : GetComponents()) {
     for (const TJCPin* pin : Part(*component).pins) {
       const TJCPin* const from = pin->GetSourcePin();
       if (from == nullptr) continue;
       dot.append("  ").append(DotQuoted(from->GetOwnerComponent()->GetName())).append(" -> ");
-      dot.append(DotQuoted(component->GetName())).append(" [taillabel=").append(DotQuoted(from->GetName()));
-      dot.append(", headlabel=").append(DotQuoted(pin->GetName())).append(", label=");
-      dot.append(DotQuoted(pin->GetStreamType().name)).append("];\n");
+      dot.append(DotQuoted(component->GetName())).append(" [label=");
+      dot.append(two_lines(from->GetName() + " > " + pin->GetName(), pin->GetStreamType().name)).append("];\n");
     }
   }
   return dot += "}\n";

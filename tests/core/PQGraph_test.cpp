@@ -741,8 +741,8 @@ TEST_F(PQGraphTest, DrawsItself) {
             "  \"g\" [label=\"g\\nTGraphGen\"];\n"
             "  \"s\" [label=\"s\\nTGraphSplit\"];\n"
             "  \"f\" [label=\"f\\nTGraphFilter\"];\n"
-            "  \"g\" -> \"s\" [taillabel=\"OutputPin\", headlabel=\"InputPin\", label=\"image\"];\n"
-            "  \"s\" -> \"f\" [taillabel=\"OutputPins.'L*'\", headlabel=\"InputPin\", label=\"image\"];\n"
+            "  \"g\" -> \"s\" [label=\"OutputPin > InputPin\\nimage\"];\n"
+            "  \"s\" -> \"f\" [label=\"OutputPins.'L*' > InputPin\\nimage\"];\n"
             "}\n");
 }
 
