@@ -7,7 +7,8 @@
 
 PANTIQ is the program. What is shown of a component stands in tools/pages.json: for each class a list of pictures with a caption
 and the part of a launch line between a frame of 480 by 270 pixels and the file. An entry with "numbers" ends in a plot; "frame"
-is the number of the frame to show, 0 without it. An entry with "text" is a paragraph.
+is the number of the frame to show, 0 without it; "from" is what makes the frames in place of the clip; "at" is done meanwhile. An
+entry with "graph" is a drawing of that launch line, made with Graphviz, one with "text" a paragraph.
 """
 import argparse
 import json
@@ -45,7 +46,7 @@ def cell(text):
 
 
 def picture_name(class_name, index, entry):
-    return f"{class_name}-{index}.{'png' if 'numbers' in entry else 'jpg'}"
+    return f"{class_name}-{index}.{'png' if 'numbers' in entry else 'svg' if 'graph' in entry else 'jpg'}"
 
 
 def page(info, shown):
@@ -56,7 +57,8 @@ def page(info, shown):
             out += [entry["text"], ""]
             continue
         out += [f"![{cell(entry['caption'])}](../images/components/{picture_name(name, index, entry)})", ""]
-        out += [f"*{entry['caption']}*" + (f": `{entry['line']}`" if entry.get("line") else ""), ""]
+        line = " ! ".join(entry[part] for part in ("from", "line", "graph") if entry.get(part))
+        out += [f"*{entry['caption']}*" + (f": `{line}`" if line else ""), ""]
     if info.get("example"):
         out += [f"    pantiq run --frames 25 '{info['example']}'", ""]
     out += ["## Pins", "", "| pin | direction | stream | |", "|---|---|---|---|"]
@@ -84,15 +86,23 @@ def make_pictures(program, name, shown):
         if "text" in entry:
             continue
         target = IMAGES / picture_name(name, index, entry)
+        if "graph" in entry:
+            look = ["-Gbgcolor=white", "-Gpad=0.2", "-Nfontname=sans-serif", "-Efontname=sans-serif", "-Nfontsize=11", "-Efontsize=9"]
+            drawing = run(program, "dot", entry["graph"])
+            subprocess.run(["dot", "-Tsvg", *look, "-o", target], input=drawing, text=True, check=True)
+            continue
         first = f"TPQASFPlayer Name=clip FileName='{CLIP}'"
         last = entry.get("frame", 0)
-        line = entry["line"]
+        line = entry.get("line", "")
+        start = entry.get("from", f"{first} ! {FRAME}")
         if "numbers" in entry:
-            line = f"{first} ! {FRAME} ! {line} ! numbers FileName=/dev/null Plot='{target}'"
+            line = f"{start} ! {line} ! numbers FileName=/dev/null Plot='{target}'"
         else:
             part = f"{target.with_suffix('')}-%d.jpg"
-            line = f"{first} ! {FRAME} ! {line + ' ! ' if line else ''}frames '{part}'"
-        run(program, "run", "--quiet", "--overwrite", "--from", "9s", "--frames", str(last + 1), line)
+            line = f"{start} ! {line + ' ! ' if line else ''}frames '{part}'"
+        skip = [] if "from" in entry else ["--from", "9s"]
+        moment = ["--at", *entry["at"].split(" ", 1)] if "at" in entry else []
+        run(program, "run", "--quiet", "--overwrite", *skip, *moment, "--frames", str(last + 1), line)
         for number in range(last + 1):  # all but the last only lead to it
             made = IMAGES / f"{name}-{index}-{number}.jpg"
             if made.exists():
@@ -143,6 +153,7 @@ def main():
                   if "text" not in e and not (IMAGES / picture_name(name, i, e)).exists()]
     texts["README.md"] = "\n".join(index) + "\n"
     wrong += [f"pictures of {name}, which is no component" for name in shown if name not in classes]
+    wrong += [f"no picture of {name}" for name in classes if name not in shown]
     return keep(PAGES, texts, options.check, wrong)
 
 if __name__ == "__main__":
