@@ -853,7 +853,10 @@ class Edit(Case):
                 os.write(master, act)
             else:
                 run.send_signal(act)
-        code = run.wait()
+        while run.poll() is None:
+            if select.select([master], [], [], 0.1)[0]:
+                said += os.read(master, 65536).decode()
+        code = run.returncode
         while select.select([master], [], [], 0)[0]:
             said += os.read(master, 65536).decode()
         self.assertEqual(termios.tcgetattr(slave), before, "the terminal is as it was")
