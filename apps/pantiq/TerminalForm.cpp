@@ -230,6 +230,7 @@ void Form::ActInEdit(char32_t key) {
     selected_ = false;
     return;
   }
+  if (key == 13 && form_.IsOkDefault()) return Accept();  // a second one, after the first has resized the grid
   const char32_t taken = form_.AnyEditKeyPress(edit, key, message_);
   if (key == 13) {
     selected_ = true;

@@ -881,7 +881,7 @@ class Edit(Case):
     def test_what_is_no_size_gives_a_message(self):
         code, said = self.edited("a.pqg", "m", steps=[
             ("0:0", b"\t\x7f\t"), ("Invalid value : \x1b", b"\t"), ("0:0", b"70000\r"), ("Invalid value : 70000", b" "),
-            ("0:0", b"7\t\t\r")])
+            ("0:0", b"7\r"), ("0:0", b"\r")])
         self.assertEqual(code, 0, said)
         self.assertIn(b"MaskSize.Width = 7\n", self.read("a.pqg"))
 

@@ -173,8 +173,10 @@ TEST_F(MorphShapeDialog, KeysInTheGrid) {
   EXPECT_EQ(MaskOf(filter), "1000 0100 0001 ");
 }
 
-TEST_F(MorphShapeDialog, EscapeAndTheWindowsOwnButtonCancel) {
+TEST_F(MorphShapeDialog, EscapeTheButtonAndTheWindowsOwnButtonCancel) {
   EXPECT_FALSE(Execute({Type("1"), Press(Qt::Key_Tab), Type("9"), Press(Qt::Key_Escape)}));
+  EXPECT_FALSE(Execute({Type("1"), Press(Qt::Key_Tab), Press(Qt::Key_Tab), Press(Qt::Key_Tab), Press(Qt::Key_Tab),
+                        [] { EXPECT_EQ(Focus(), "CancelButton"); }, Press(Qt::Key_Return)}));
   EXPECT_FALSE(Execute({Type("1"), [] { Named<QDialog>("PQMorphShapeForm")->close(); }}));
   EXPECT_EQ(MaskOf(filter), "0100 0000 0000 ");
 }
@@ -210,6 +212,12 @@ TEST_F(MorphShapeDialog, AnotherSizeByTheEdits) {
                        Type("1"),
                        Press(Qt::Key_Enter)}));
   EXPECT_EQ(MaskOf(filter), "01 10 ");
+}
+
+TEST_F(MorphShapeDialog, TheSecondReturnInAnEditIsOk) {
+  EXPECT_TRUE(Execute({Press(Qt::Key_Tab), Type("2"), Press(Qt::Key_Return), [] { EXPECT_EQ(Focus(), "WidthEdit"); },
+                       [] { EXPECT_TRUE(Named<QPushButton>("OKButton")->isDefault()); }, Press(Qt::Key_Return)}));
+  EXPECT_EQ(MaskOf(filter), "01 00 00 ");
 }
 
 TEST_F(MorphShapeDialog, WhatIsNoSizeCannotLeaveItsEdit) {

@@ -15,6 +15,7 @@ ROOT = pathlib.Path(os.environ["PANTIQ_ROOT"])
 LIBDIR = os.environ.get("PANTIQ_LIBDIR", "lib")
 CMAKE = os.environ.get("CMAKE", "cmake")
 MEDIA = os.environ.get("PANTIQ_MEDIA", "1") == "1"
+DIALOGS = os.environ.get("PANTIQ_DIALOGS", "1") == "1"
 
 
 def run(*args, good=True, **more):
@@ -105,6 +106,16 @@ class Installed(unittest.TestCase):
         for plugin in (BUILD / "plugins").glob("*sepia32*.so"):  # isolated: by the installed plug-in host
             line = f"TPQJaehneGen ! TPQFreeFrame Isolated=true FilterFileName='{plugin}' ! checksum"
             run(pantiq, "run", line, "--frames", "2", env=self.environment)
+
+    @unittest.skipUnless(DIALOGS, "this build has no windows: install qt6-base-dev")
+    def test_the_module_of_windows_finds_what_tries_a_display(self):
+        graph = self.folder / "mask.pqg"
+        graph.write_text("pantiq graph 1\nobject m: TPQMorphFilter\nend\n")
+        for platform, says in (("nosuch", "the display cannot be used: "), ("", "there is no display")):
+            done = run(self.prefix / "bin" / "pantiq", "edit", graph, "m", good=False, stdin=subprocess.DEVNULL,
+                       env={**self.environment, "DISPLAY": "", "WAYLAND_DISPLAY": "", "QT_QPA_PLATFORM": platform})
+            self.assertEqual(done.returncode, 2)
+            self.assertIn(says, done.stderr)
 
     def test_headers_reach_only_what_is_installed(self):
         include = self.prefix / "include"

@@ -172,6 +172,10 @@ class Edit final : public QLineEdit {
       QLineEdit::keyPressEvent(event);
       return;
     }
+    if (key == 13 && form_.IsOkDefault()) {  // a second one, after the first has resized the grid
+      event->ignore();
+      return;
+    }
     std::string message;
     if (form_.AnyEditKeyPress(which_, key, message) != 0) {
       QLineEdit::keyPressEvent(event);
@@ -278,17 +282,17 @@ class Window final : public QDialog, private EditEvents {
 
   void Refresh() override {
     grid_->Refresh();
+    if (ok_->isDefault() != form_.IsOkDefault()) ok_->setDefault(form_.IsOkDefault());
     status_->showMessage(QString::fromStdString(form_.GetStatus()));
   }
   void Entered(PQSizeEdit edit) override {
     form_.AnyEditEnter(edit);
-    ok_->setDefault(form_.IsOkDefault());
+    Refresh();
   }
   void Left(PQSizeEdit edit) override {
     if (ending_ || returning_) return;
     const std::string message = form_.AnyEditExit(edit);
     if (!message.empty()) return Message(edit, message);
-    ok_->setDefault(form_.IsOkDefault());
     Refresh();
   }
   // The focus is just on its way: the message waits until it has arrived.
