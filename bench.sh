@@ -4,12 +4,12 @@
 # where they are not. Figures belong to the machine they were measured on; use a quiet one.
 #
 #   ./bench.sh                everything
-#   ./bench.sh hop kernels combine graphs effects plugins screen peers   only these
+#   ./bench.sh hop kernels combine graphs effects plugins screen trips peers   only these
 #   PANTIQ_PEERS=FOLDER       where the comparison lives (../shared/peer-bench)
 set -euo pipefail
 cd "$(dirname "$0")"
 parts=("$@")
-[ ${#parts[@]} -gt 0 ] || parts=(hop kernels combine graphs effects plugins screen peers)
+[ ${#parts[@]} -gt 0 ] || parts=(hop kernels combine graphs effects plugins screen trips peers)
 peers=${PANTIQ_PEERS:-../shared/peer-bench}
 
 ./setup.sh
@@ -43,6 +43,10 @@ for part in "${parts[@]}"; do
     plugins)
       echo; echo "== what a plug-in costs beside its own work"
       $bin/bench_plugins
+      ;;
+    trips)
+      echo; echo "== there and back through every codec"
+      if [ -x $bin/bench_round_trips ]; then $bin/bench_round_trips "$(./tools/clip.sh)"; else echo "skipped: built without PANTIQ_MEDIA"; fi
       ;;
     screen)
       echo; echo "== video on a virtual display, 60 frames per second for a minute"

@@ -22,7 +22,7 @@ constexpr std::array kContainers = {
     Container{"asf", "avmux_asf", "WMV2 WMV1 MP43", "WMA2 WMA1 MP3"},
     Container{"mkv", "matroskamux", "H264 MPEG4 MP43", "AAC MP3"},
     Container{"mp4", "mp4mux", "H264 MPEG4", "AAC MP3"},
-    Container{"avi", "avimux", "MPEG4 MP43 H264", "MP3 PCM"},
+    Container{"avi", "avimux", "MPEG4 MP43", "MP3 PCM"},
 };
 
 struct Codec {
