@@ -4,13 +4,22 @@ set(PANTIQ_CONFIG_FOLDER ${CMAKE_INSTALL_LIBDIR}/cmake/pantiq)
 file(RELATIVE_PATH PANTIQ_PC_UP "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 string(REGEX REPLACE "/$" "" PANTIQ_PC_UP "${PANTIQ_PC_UP}")
 
+# Shared libraries are found from where a file lies: the folder may be moved.
+if(BUILD_SHARED_LIBS)
+  file(RELATIVE_PATH from_bin "/${CMAKE_INSTALL_BINDIR}" "/${CMAKE_INSTALL_LIBDIR}")
+  set(CMAKE_INSTALL_RPATH "$ORIGIN" "$ORIGIN/.." "$ORIGIN/${from_bin}")
+endif()
+
 # pq_install_room(core host kernels): installs pantiq::core, its headers and a pkg-config file that requires host and kernels.
 # The room named pantiq is all of them.
 function(pq_install_room room)
   set_property(GLOBAL APPEND PROPERTY PANTIQ_ROOMS ${room})
+  if(BUILD_SHARED_LIBS AND NOT room STREQUAL pantiq)
+    set_target_properties(pantiq_${room} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+  endif()
   install(TARGETS pantiq_${room} EXPORT pantiqTargets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
-    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime)
 
   set(name pantiq-${room})

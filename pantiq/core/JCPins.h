@@ -333,7 +333,7 @@ class PQ_EXPORT TJCClockSourcePin : public TJCSourcePin {
 // and never runs the pin's own closure; a value that arrives is stored, the closure runs, and it is passed on. A new
 // connection passes the value of the pin that Connect was called as source.
 template <class Value, class Operation>
-class TJCStatePin : public TJCPin {
+class PQ_EXPORT TJCStatePin : public TJCPin {
  public:
   static constexpr PQPinRole kRole = PQPinRole::State;
   Value GetValue() const {

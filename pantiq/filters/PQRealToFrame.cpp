@@ -124,7 +124,7 @@ TJCNotifyResult TPQRealToFrame::Receive(IJCNotifyOperation& op, TJCNotifyFlags f
 
 void TPQRealToFrame::Start(const TJCStartSampleRateOperation& start) {
   position_ = number_ = 0;
-  outstanding_ = 0;
+  outstanding_ = wanted_ = 0;
   pump_value_ = nullptr;
   just_started_ = true;
   const std::uint32_t width = GetWidth(), hight = GetHight();
@@ -149,10 +149,8 @@ void TPQRealToFrame::ProcessImage(const double* samples, std::int64_t count) {
     SendFrame();
     sent = true;
   }
-  if (!sent && pump_value_.load() != nullptr) AskForMore();
-  int open = outstanding_.load();
-  while (open > 0 && !outstanding_.compare_exchange_weak(open, open - 1)) {
-  }
+  if (!sent && pump_value_.load() != nullptr && wanted_.load() > 0) AskForMore();
+  TakeOne(outstanding_);
 }
 
 void TPQRealToFrame::SendFrame() {
@@ -167,6 +165,7 @@ void TPQRealToFrame::SendFrame() {
     frame->GetTimeStamp().SetAvailable(true);
   }
   ++number_;
+  TakeOne(wanted_);
   pumps_ = 0;  // the parts of this frame have asked for the rest of it; it is here
   OutputPin.SubmitBuffer(std::move(frame));
 }
@@ -174,11 +173,17 @@ void TPQRealToFrame::SendFrame() {
 void TPQRealToFrame::MasterPump(const void* master) {
   pump_value_ = master;
   const bool first = just_started_.exchange(false);
-  int open = outstanding_.load();
-  while (open > 0 && !first) {
-    if (outstanding_.compare_exchange_weak(open, open - 1)) return;
-  }
+  if (!first && TakeOne(outstanding_)) return;
+  ++wanted_;
   AskForMore();
+}
+
+bool TPQRealToFrame::TakeOne(std::atomic<int>& count) {
+  int open = count.load();
+  while (open > 0) {
+    if (count.compare_exchange_weak(open, open - 1)) return true;
+  }
+  return false;
 }
 
 void TPQRealToFrame::AskForMore() {

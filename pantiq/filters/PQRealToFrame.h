@@ -9,7 +9,8 @@ namespace pantiq {
 // Numbers fill frames row by row, each rounded to the nearest integer of which the low eight bits count: 256 is stored as 0,
 // -1 as 255. The frame rate is the input's sample rate over the size of a frame.
 //
-// The pump: what is pumped from below goes up, unless frames that came in one block are still outstanding.
+// The pump: what is pumped from below goes up, unless frames that came in one block are still outstanding. Numbers that
+// do not fill the frame that was asked for ask for more.
 //
 // Threads. Numbers and starts never overlap. Pumps from below pass on any thread; one that comes while numbers are being
 // worked on goes up after them, on the thread that brought them.
@@ -50,6 +51,8 @@ class PQ_EXPORT TPQRealToFrame final : public TComponent {
   void MasterPump(const void* master);
   // Sends a pump up as soon as no numbers are being worked on.
   void AskForMore();
+  // Whether there was one.
+  static bool TakeOne(std::atomic<int>& count);
   void SendPumps();
 
   JCFrameMutex frame_mutex_;
@@ -59,6 +62,9 @@ class PQ_EXPORT TPQRealToFrame final : public TComponent {
   std::int64_t position_ = 0, number_ = 0, delay_ = 0;
   // Any thread:
   std::atomic<int> outstanding_{0};  // frames sent for which no pump has come
+  // Pumps that went up and for which no frame has come. Numbers that nobody below waits for, those of a source that another
+  // of its sinks pumps, must not ask for more: each part of a frame would, and the source would never come to an end.
+  std::atomic<int> wanted_{0};
   std::atomic<const void*> pump_value_{nullptr};
   std::atomic<bool> just_started_{false};
   std::atomic<int> working_{0}, pumps_{0};

@@ -1316,6 +1316,36 @@ class Flow(Case):
         self.assertEqual(self.sums("--realtime", line), both[0] + both[1])
 
 
+@unittest.skipUnless(LONG, "in the long set")
+class LongRuns(Case):
+    """An hour of video through the player: what it keeps does not grow."""
+
+    def most_memory(self, line, env=None):
+        """Kilobytes that the run had, looked at twice a second: the most of its second tenth, and of its last."""
+        run = subprocess.Popen([PANTIQ, "run", "--quiet", line], cwd=self.folder, stdout=subprocess.DEVNULL)
+        sizes = []
+        while run.poll() is None:
+            with open(f"/proc/{run.pid}/status", encoding="ascii") as file:
+                sizes += [int(word.split()[1]) for word in file if word.startswith("VmRSS:")]
+            time.sleep(0.5)
+        self.assertEqual(run.returncode, 0)
+        tenth = len(sizes) // 10
+        self.assertGreater(tenth, 1, "it ran too short a time to be looked at")
+        return max(sizes[tenth:2 * tenth]), max(sizes[-tenth:])
+
+    def test_an_hour_of_video(self):
+        if shutil.which("ffmpeg") is None:
+            self.skipTest("ffmpeg is not installed")
+        made = "TPQJaehneGen Rate=25 ImageSize.Width=640 ImageSize.Height=360 ! TPQASFLogger FileName='clip.mp4'"
+        self.pantiq("run", "--frames", "375", made)
+        clip = os.environ.get("PANTIQ_CLIP", self.path("clip.mp4"))
+        loops = 3600 // 14
+        subprocess.run(["ffmpeg", "-loglevel", "error", "-stream_loop", str(loops), "-i", clip, "-c", "copy", "hour.mkv"],
+                       cwd=self.folder, check=True)
+        early, late = self.most_memory("TPQASFPlayer FileName='hour.mkv' ! TPQSwitch Enabled=false")
+        self.assertLess(late - early, 8 * 1024, f"{early} KB early, {late} KB late")
+
+
 class ExampleGraphs(Case):
     """From a folder like the project's: examples name their pictures from there."""
 
