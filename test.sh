@@ -5,15 +5,21 @@
 #   ./test.sh                     everything
 #   ./test.sh release             only these presets (release, asan, tsan, debug)
 #   ./test.sh --long              random sets in full length
+#   ./test.sh --mutate            faults put into the sources, to see whether the tests notice (tests/mutants)
 set -uo pipefail
 cd "$(dirname "$0")"
+
+if [ "${1:-}" = --mutate ]; then
+  ./setup.sh && exec python3 tests/mutants/mutants.py "${@:2}"
+  exit 1
+fi
 
 presets=()
 for word in "$@"; do
   case $word in
     --long) export PANTIQ_TEST_LONG=1 ;;
     release | asan | tsan | debug) presets+=("$word") ;;
-    *) echo "test: unknown word '$word'; expected release, asan, tsan, debug or --long" >&2; exit 2 ;;
+    *) echo "test: unknown word '$word'; expected release, asan, tsan, debug, --long or --mutate" >&2; exit 2 ;;
   esac
 done
 [ ${#presets[@]} -gt 0 ] || presets=(release asan tsan)
