@@ -24,9 +24,8 @@ const PQClassInfo& TPQCombine::Class() {
 
 TPQCombine::TPQCombine(TComponent* owner) : TPQCommonCombine(owner), InputPins(this, true) {
   for (int i = 0; i < 2; ++i) {
-    auto* const pin = new TPQJCQueuedImageSinkPin(*this, JCDispatch::To<&TPQMultiInput::SinkDispatch>(this));
-    InputPins.Add(*pin);
-    AddInput(*pin);
+    auto pin = std::make_unique<TPQJCQueuedImageSinkPin>(*this, JCDispatch::To<&TPQMultiInput::SinkDispatch>(this));
+    AddInput(static_cast<TPQJCQueuedImageSinkPin&>(InputPins.Own(std::move(pin))));
   }
 }
 

@@ -1,8 +1,11 @@
 #include "pantiq/core/JCMultiReadLock.h"
 
 #include <algorithm>
+#include <memory>
 #include <utility>
 #include <vector>
+
+#include "pantiq/host/PQReport.h"
 
 namespace pantiq {
 namespace {
@@ -14,10 +17,26 @@ struct Hold {
   int writes;
 };
 
+// Room for what a thread usually holds, so that taking a lock in a destructor needs no memory.
+constexpr std::size_t kFewHolds = 16;
+
 struct ThreadState {
-  std::vector<Hold> holds;
-  std::vector<std::function<void()>> at_end;
+  Hold few[kFewHolds];
+  std::size_t few_count = 0;
+  std::vector<Hold> more;          // when there are many
+  JCSectionWork* first = nullptr;  // what runs at the end of the outermost section, in order
+  JCSectionWork* last = nullptr;
   int depth = 0;
+
+  Hold* Find(const JCMultiReadLock* lock) noexcept {
+    for (std::size_t i = 0; i < few_count; ++i) {
+      if (few[i].lock == lock) return &few[i];
+    }
+    for (Hold& hold : more) {
+      if (hold.lock == lock) return &hold;
+    }
+    return nullptr;
+  }
 };
 
 ThreadState& State() {
@@ -26,22 +45,22 @@ ThreadState& State() {
 }
 
 Hold& HoldOf(const JCMultiReadLock* lock) {
-  auto& holds = State().holds;
-  for (Hold& hold : holds) {
-    if (hold.lock == lock) return hold;
-  }
-  holds.push_back({lock, 0, 0});
-  return holds.back();
+  ThreadState& state = State();
+  if (Hold* const hold = state.Find(lock)) return *hold;
+  if (state.few_count < kFewHolds) return state.few[state.few_count++] = {lock, 0, 0};
+  state.more.push_back({lock, 0, 0});
+  return state.more.back();
 }
 
 void DropIfFree(const JCMultiReadLock* lock) noexcept {
-  auto& holds = State().holds;
-  for (Hold& hold : holds) {
-    if (hold.lock == lock && hold.reads == 0 && hold.writes == 0) {
-      std::swap(hold, holds.back());
-      holds.pop_back();
-      return;
-    }
+  ThreadState& state = State();
+  Hold* const hold = state.Find(lock);
+  if (hold == nullptr || hold->reads != 0 || hold->writes != 0) return;
+  if (state.more.empty()) {
+    *hold = state.few[--state.few_count];
+  } else {
+    *hold = state.more.back();
+    state.more.pop_back();
   }
 }
 
@@ -101,21 +120,47 @@ void JCEnterSection() noexcept { ++State().depth; }
 void JCLeaveSection() noexcept {
   ThreadState& state = State();
   if (--state.depth > 0) return;
-  while (state.depth == 0 && !state.at_end.empty()) {
-    auto work = std::move(state.at_end.front());
-    state.at_end.erase(state.at_end.begin());
-    work();
+  while (state.depth == 0 && state.first != nullptr) {
+    JCSectionWork* const work = state.first;
+    state.first = std::exchange(work->next_, nullptr);
+    work->Run();
   }
 }
 
 int JCSectionDepth() noexcept { return State().depth; }
 
-void JCAtSectionEnd(std::function<void()> work) {
+void JCAtSectionEnd(JCSectionWork& work) noexcept {
   ThreadState& state = State();
   if (state.depth == 0) {
+    work.Run();
+    return;
+  }
+  (state.first != nullptr ? state.last->next_ : state.first) = &work;
+  state.last = &work;
+}
+
+namespace {
+
+struct FunctionWork final : JCSectionWork {
+  explicit FunctionWork(std::function<void()> work) : function(std::move(work)) {}
+  void Run() noexcept override {
+    const std::unique_ptr<FunctionWork> self(this);
+    try {
+      function();
+    } catch (...) {
+      ReportCaught(nullptr, "what was put off to the end of a section failed");
+    }
+  }
+  const std::function<void()> function;
+};
+
+}  // namespace
+
+void JCAtSectionEnd(std::function<void()> work) {
+  if (State().depth == 0) {
     work();
   } else {
-    state.at_end.push_back(std::move(work));
+    JCAtSectionEnd(*std::make_unique<FunctionWork>(std::move(work)).release());
   }
 }
 

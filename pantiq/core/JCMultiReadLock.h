@@ -41,7 +41,24 @@ PQ_EXPORT void JCEnterSection() noexcept;
 PQ_EXPORT void JCLeaveSection() noexcept;
 PQ_EXPORT int JCSectionDepth() noexcept;
 
-// Runs `work` at the end of the calling thread's outermost section; at once if the thread is in none.
+// Work for the end of a section that needs no memory when it is put there: for destructors and stops.
+class PQ_EXPORT JCSectionWork {
+ public:
+  virtual void Run() noexcept = 0;
+
+ protected:
+  ~JCSectionWork() = default;
+
+ private:
+  friend PQ_EXPORT void JCAtSectionEnd(JCSectionWork& work) noexcept;
+  friend PQ_EXPORT void JCLeaveSection() noexcept;
+  JCSectionWork* next_ = nullptr;
+};
+
+// Runs `work` at the end of the calling thread's outermost section; at once if the thread is in none. The work is put
+// there once at a time, and lives until it has run.
+PQ_EXPORT void JCAtSectionEnd(JCSectionWork& work) noexcept;
+// The same for a function. What it throws at the end of a section has no caller to go to: it is reported and dropped.
 PQ_EXPORT void JCAtSectionEnd(std::function<void()> work);
 
 using JCLockRef = std::shared_ptr<JCMultiReadLock>;

@@ -3,9 +3,12 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <iterator>
 #include <thread>
+#include <utility>
 
 #include "pantiq/host/PQCollection.h"
+#include "pantiq/host/PQReport.h"
 #include "pantiq/host/PQTextLiteral.h"
 
 namespace pantiq {
@@ -33,16 +36,14 @@ const JCStreamType kJCClockStream{{0x6d1f6a10, 0x0b5e, 0x4c55, {0x9a, 0x01, 0x50
 
 namespace {
 
-// A wire. `alive` is cleared before anything else when it is undone.
-struct Connection : PQRefCounted {
-  Connection(TJCPin* from, TJCPin* to) : source(from), sink(to) {}
-  TJCPin* const source;
-  TJCPin* const sink;
-  std::atomic<bool> alive{true};
-  TJCPin* Peer(const TJCPin* pin) const { return pin == source ? sink : source; }
-};
+struct Connection;
 
-using Table = std::vector<PQRef<Connection>>;
+// The wires of a pin. A table that has been published does not change: calls walk it. Wires that are undone stay in it,
+// dead, until the next connection makes a new one, so that disconnecting needs no memory.
+struct Table {
+  std::vector<PQRef<Connection>> wires;
+  mutable const Table* retired = nullptr;  // the one that was replaced before this one
+};
 
 // Connecting and disconnecting are rare; one leaf mutex orders them. Nothing is called under it.
 std::mutex& Topology() {
@@ -55,24 +56,70 @@ std::mutex& Topology() {
 // What a pin's callers use while they are inside: it outlives the pin as long as one of them needs it.
 class JCPinCore : public PQRefCounted {
  public:
-  ~JCPinCore() override {
-    delete table.load(std::memory_order_relaxed);
-    for (const Table* old : retired) delete old;
-  }
+  ~JCPinCore() override;
   std::atomic<int> in_flight{0};
   std::atomic<const Table*> table{nullptr};  // null: no connection
-  std::vector<const Table*> retired;         // guarded by Topology()
+  std::atomic<int> wires{0};                 // those that are alive; changes under Topology()
+  const Table* retired = nullptr;            // guarded by Topology()
+  JCPinCore* next_grave = nullptr;           // of the thread that buried it
 
   // Replaces the table; the old one is freed as soon as no call can be walking it. Under Topology().
-  void Publish(std::unique_ptr<const Table> fresh) {
-    if (fresh != nullptr && fresh->empty()) fresh.reset();
-    if (const Table* old = table.exchange(fresh.release(), std::memory_order_seq_cst)) retired.push_back(old);
-    if (in_flight.load(std::memory_order_seq_cst) == 0) {
-      for (const Table* old : retired) delete old;
-      retired.clear();
+  void Publish(std::unique_ptr<const Table> fresh) noexcept;
+  // A wire of this pin is dead. Under Topology().
+  void LoseWire() noexcept {
+    if (wires.fetch_sub(1, std::memory_order_relaxed) == 1) Publish(nullptr);
+  }
+
+ private:
+  void FreeRetired() noexcept;
+};
+
+namespace {
+
+void WaitForOthers(const JCPinCore& core);
+
+// A wire. `alive` is cleared before anything else when it is undone. Who undid it waits for the calls under way over it
+// at the end of a section.
+struct Connection final : PQRefCounted, JCSectionWork {
+  Connection(TJCPin* from, TJCPin* to) : source(from), sink(to) {}
+  TJCPin* const source;
+  TJCPin* const sink;
+  std::atomic<bool> alive{true};
+  PQRef<JCPinCore> ends[2];  // while it waits
+  PQRef<Connection> next;    // undone by the same destructor
+  TJCPin* Peer(const TJCPin* pin) const { return pin == source ? sink : source; }
+  bool Alive() const { return alive.load(std::memory_order_relaxed); }  // under Topology()
+
+  static void WaitAtSectionEnd(PQRef<Connection> wire) noexcept { JCAtSectionEnd(*wire.Detach()); }
+  void Run() noexcept override {
+    const auto self = PQRef<Connection>::Adopt(this);
+    for (PQRef<JCPinCore>& end : ends) {
+      WaitForOthers(*end);
+      end = {};
     }
   }
 };
+
+}  // namespace
+
+JCPinCore::~JCPinCore() {
+  delete table.load(std::memory_order_relaxed);
+  FreeRetired();
+}
+
+void JCPinCore::FreeRetired() noexcept {
+  while (retired != nullptr) {
+    const Table* const old = std::exchange(retired, retired->retired);
+    delete old;
+  }
+}
+
+void JCPinCore::Publish(std::unique_ptr<const Table> fresh) noexcept {
+  if (const Table* old = table.exchange(fresh.release(), std::memory_order_seq_cst)) {
+    old->retired = std::exchange(retired, old);
+  }
+  if (in_flight.load(std::memory_order_seq_cst) == 0) FreeRetired();
+}
 
 namespace {
 
@@ -81,11 +128,12 @@ struct CallFrame;
 constinit thread_local CallFrame* t_calls = nullptr;
 
 // Cores of pins that died inside a call of this thread; released when its outermost call has ended.
-std::vector<PQRef<JCPinCore>>& Graveyard() {
-  thread_local std::vector<PQRef<JCPinCore>> cores;
-  return cores;
+constinit thread_local JCPinCore* t_graves = nullptr;
+
+void Bury(PQRef<JCPinCore> core) noexcept {
+  core->next_grave = t_graves;
+  t_graves = core.Detach();
 }
-constinit thread_local bool t_graves = false;
 
 struct CallFrame {
   explicit CallFrame(JCPinCore& pin_core) : core(pin_core), up(t_calls) {
@@ -95,9 +143,11 @@ struct CallFrame {
   ~CallFrame() {
     t_calls = up;
     core.in_flight.fetch_sub(1, std::memory_order_release);
-    if (up == nullptr && t_graves) {
-      t_graves = false;
-      Graveyard().clear();
+    if (up == nullptr) {
+      while (t_graves != nullptr) {
+        const auto grave = PQRef<JCPinCore>::Adopt(t_graves);
+        t_graves = grave->next_grave;
+      }
     }
   }
   CallFrame(const CallFrame&) = delete;
@@ -133,6 +183,30 @@ void WaitForOthers(const JCPinCore& core) {
 }
 
 }  // namespace
+
+// Waits for the calls that may be inside a probe.
+class JCProbeEnd final : public PQRefCounted, public JCSectionWork {
+ public:
+  JCProbeEnd(const TJCPin* pin, PQRef<JCPinCore> core) : pin_(pin), core_(std::move(core)) {}
+  void Run() noexcept override {
+    const auto self = PQRef<JCProbeEnd>::Adopt(this);
+    for (std::size_t i = 0;; ++i) {
+      PQRef<JCPinCore> caller;
+      {
+        std::lock_guard guard(Topology());
+        const Table* const table = core_->table.load(std::memory_order_relaxed);
+        if (table == nullptr || i >= table->wires.size()) return;
+        // A dead wire's calls are waited for by who undid it; its other end may be gone.
+        if (const auto& wire = table->wires[i]; wire->Alive()) caller = wire->Peer(pin_)->core_;
+      }
+      if (caller) WaitForOthers(*caller);
+    }
+  }
+
+ private:
+  const TJCPin* const pin_;  // only compared
+  const PQRef<JCPinCore> core_;
+};
 
 // --- names ----------------------------------------------------------------------------------------------------------
 
@@ -191,16 +265,66 @@ std::string TJCBasicPin::GetFullName() const {
 TJCPin::TJCPin(TComponent& owner, PQPinRole role, const JCStreamType& stream, JCDispatch dispatch)
     : TJCBasicPin(owner), core_(PQMakeRef<JCPinCore>()), dispatch_(dispatch), stream_(&stream), role_(role) {}
 
+namespace {
+
+void TellOfConnections(const std::function<void()>& changed) noexcept {
+  if (!changed) return;
+  try {
+    changed();
+  } catch (...) {  // a list that should have grown or shrunk does so with the next change
+    ReportCaught(nullptr, "a change of connections was not followed");
+  }
+}
+
+}  // namespace
+
+template <class Undone>
+void TJCPin::IntDisconnect(const TJCPin* only, Undone undone) noexcept {
+  const SectionScope section;
+  bool any = false;
+  // As many as there are now: what a closure connects anew stays.
+  for (int left = GetConnectedPinCount(); left > 0; --left) {
+    PQRef<Connection> wire;
+    TJCPin* peer = nullptr;
+    {
+      std::lock_guard guard(Topology());
+      const Table* const table = core_->table.load(std::memory_order_relaxed);
+      if (table == nullptr) break;
+      for (const auto& candidate : table->wires) {
+        if (!candidate->Alive() || (only != nullptr && candidate->Peer(this) != only)) continue;
+        wire = candidate;
+        break;
+      }
+      if (!wire) break;
+      peer = wire->Peer(this);
+      wire->alive.store(false, std::memory_order_release);
+      wire->ends[0] = core_, wire->ends[1] = peer->core_;
+      core_->LoseWire();
+      peer->core_->LoseWire();
+    }
+    any = true;
+    TellOfConnections(peer->connection_changed_);
+    undone(std::move(wire));
+  }
+  if (any) TellOfConnections(connection_changed_);
+}
+
 TJCPin::~TJCPin() {
   if (list_ != nullptr) list_->Remove(*this);
   connection_changed_ = nullptr;
   // Now, not at the end of the section: after this the pin is gone.
-  for (const auto& core : IntDisconnect(nullptr)) WaitForOthers(*core);
-  WaitForOthers(*core_);
-  if (OwnCalls(*core_) > 0) {
-    Graveyard().push_back(core_);
-    t_graves = true;
+  PQRef<Connection> undone;
+  IntDisconnect(nullptr, [&undone](PQRef<Connection> wire) {
+    wire->next = std::move(undone);
+    undone = std::move(wire);
+  });
+  while (undone) {
+    PQRef<Connection> next = std::move(undone->next);
+    undone.Detach()->Run();
+    undone = std::move(next);
   }
+  WaitForOthers(*core_);
+  if (OwnCalls(*core_) > 0) Bury(core_);
 }
 
 bool TJCPin::IsConnected() const noexcept { return core_->table.load(std::memory_order_acquire) != nullptr; }
@@ -208,29 +332,28 @@ bool TJCPin::IsConnected() const noexcept { return core_->table.load(std::memory
 bool TJCPin::IsConnectedTo(const TJCPin& other) const {
   std::lock_guard guard(Topology());
   const Table* table = core_->table.load(std::memory_order_relaxed);
-  return table != nullptr &&
-         std::any_of(table->begin(), table->end(), [&](const auto& wire) { return wire->Peer(this) == &other; });
+  return table != nullptr && std::any_of(table->wires.begin(), table->wires.end(),
+                                         [&](const auto& wire) { return wire->Alive() && wire->Peer(this) == &other; });
 }
 
-int TJCPin::GetConnectedPinCount() const {
-  std::lock_guard guard(Topology());
-  const Table* table = core_->table.load(std::memory_order_relaxed);
-  return table == nullptr ? 0 : static_cast<int>(table->size());
-}
+int TJCPin::GetConnectedPinCount() const { return core_->wires.load(std::memory_order_relaxed); }
 
 TJCPin* TJCPin::GetConnectedPin(int index) const {
   std::lock_guard guard(Topology());
   const Table* table = core_->table.load(std::memory_order_relaxed);
-  if (table == nullptr || index < 0 || index >= static_cast<int>(table->size())) return nullptr;
-  return (*table)[static_cast<std::size_t>(index)]->Peer(this);
+  if (table == nullptr) return nullptr;
+  for (const auto& wire : table->wires) {
+    if (wire->Alive() && index-- == 0) return wire->Peer(this);
+  }
+  return nullptr;
 }
 
 TJCPin* TJCPin::GetSourcePin() const {
   std::lock_guard guard(Topology());
   const Table* table = core_->table.load(std::memory_order_relaxed);
   if (table == nullptr) return nullptr;
-  for (const auto& wire : *table) {
-    if (wire->sink == this) return wire->source;
+  for (const auto& wire : table->wires) {
+    if (wire->Alive() && wire->sink == this) return wire->source;
   }
   return nullptr;
 }
@@ -292,70 +415,38 @@ PQStatus TJCPin::Connect(TJCPin& other) {
     auto wire = PQMakeRef<Connection>(&source, &sink);
     std::lock_guard guard(Topology());
     if (sink.role_ == PQPinRole::Sink && sink.core_->table.load(std::memory_order_relaxed) != nullptr) continue;
+    const auto with_wire = [&wire](const TJCPin& pin) {
+      auto fresh = std::make_unique<Table>();
+      const Table* const old = pin.core_->table.load(std::memory_order_relaxed);
+      fresh->wires.reserve((old != nullptr ? old->wires.size() : 0) + 1);
+      if (old != nullptr) {
+        std::copy_if(old->wires.begin(), old->wires.end(), std::back_inserter(fresh->wires),
+                     [](const auto& other) { return other->Alive(); });
+      }
+      fresh->wires.push_back(wire);
+      return fresh;
+    };
+    std::unique_ptr<const Table> tables[2] = {with_wire(source), with_wire(sink)};  // both, or no connection is made
     for (TJCPin* pin : {&source, &sink}) {
-      const Table* old = pin->core_->table.load(std::memory_order_relaxed);
-      auto fresh = old != nullptr ? std::make_unique<Table>(*old) : std::make_unique<Table>();
-      fresh->push_back(wire);
-      pin->core_->Publish(std::move(fresh));
+      pin->core_->wires.fetch_add(1, std::memory_order_relaxed);
+      pin->core_->Publish(std::move(tables[pin == &sink]));
     }
     break;
   }
-  source.ConnectedNotify(sink);
-  if (source.connection_changed_) source.connection_changed_();
-  if (sink.connection_changed_) sink.connection_changed_();
+  try {
+    source.ConnectedNotify(sink);
+    if (source.connection_changed_) source.connection_changed_();
+    if (sink.connection_changed_) sink.connection_changed_();
+  } catch (...) {  // a connection with all that follows from it, or none
+    source.Disconnect(sink);
+    throw;
+  }
   return {};
 }
 
-namespace {
-
 // Calls under way on other threads may hold locks that this thread's sections keep from them: wait after the last one.
-void WaitAtSectionEnd(std::vector<PQRef<JCPinCore>> cores) {
-  if (cores.empty()) return;
-  JCAtSectionEnd([cores = std::move(cores)] {
-    for (const auto& core : cores) WaitForOthers(*core);
-  });
-}
-
-}  // namespace
-
-void TJCPin::Disconnect() { WaitAtSectionEnd(IntDisconnect(nullptr)); }
-void TJCPin::Disconnect(TJCPin& other) { WaitAtSectionEnd(IntDisconnect(&other)); }
-
-std::vector<PQRef<JCPinCore>> TJCPin::IntDisconnect(const TJCPin* only) {
-  const SectionScope section;
-  std::vector<PQRef<JCPinCore>> cores;
-  std::vector<TJCPin*> peers;
-  {
-    std::lock_guard guard(Topology());
-    const Table* table = core_->table.load(std::memory_order_relaxed);
-    if (table == nullptr) return cores;
-    cores.push_back(core_);
-    auto own = std::make_unique<Table>();
-    std::vector<PQRef<Connection>> undone;
-    for (const auto& wire : *table) {
-      (only == nullptr || wire->Peer(this) == only ? undone : *own).push_back(wire);
-    }
-    for (const auto& wire : undone) {
-      wire->alive.store(false, std::memory_order_release);
-      TJCPin* peer = wire->Peer(this);
-      auto fresh = std::make_unique<Table>();
-      if (const Table* theirs = peer->core_->table.load(std::memory_order_relaxed)) {
-        for (const auto& other : *theirs) {
-          if (!(other == wire)) fresh->push_back(other);
-        }
-      }
-      peer->core_->Publish(std::move(fresh));
-      cores.push_back(peer->core_);
-      peers.push_back(peer);
-    }
-    core_->Publish(std::move(own));
-  }
-  if (!peers.empty() && connection_changed_) connection_changed_();
-  for (TJCPin* peer : peers) {
-    if (peer->connection_changed_) peer->connection_changed_();
-  }
-  return cores;
-}
+void TJCPin::Disconnect() noexcept { IntDisconnect(nullptr, Connection::WaitAtSectionEnd); }
+void TJCPin::Disconnect(TJCPin& other) noexcept { IntDisconnect(&other, Connection::WaitAtSectionEnd); }
 
 std::string TJCPin::GetSaveName() const {
   const TJCPin* source = GetSourcePin();
@@ -363,16 +454,10 @@ std::string TJCPin::GetSaveName() const {
 }
 
 void TJCPin::SetProbe(IJCPinProbe* probe) {
+  if (probe != nullptr) probe_end_ = PQMakeRef<JCProbeEnd>(this, core_);
   probe_.store(probe, std::memory_order_release);
-  if (probe != nullptr) return;
-  std::vector<PQRef<JCPinCore>> cores;
-  {
-    std::lock_guard guard(Topology());
-    if (const Table* table = core_->table.load(std::memory_order_relaxed)) {
-      for (const auto& wire : *table) cores.push_back(wire->Peer(this)->core_);
-    }
-  }
-  WaitAtSectionEnd(std::move(cores));
+  if (probe != nullptr || !probe_end_) return;
+  JCAtSectionEnd(*probe_end_.Detach());
 }
 
 // --- the way of an operation ----------------------------------------------------------------------------------------
@@ -384,7 +469,7 @@ TJCNotifyResult TJCPin::Notify(IJCNotifyOperation& op, TJCNotifyFlags flags) {
   if (table == nullptr) return result;
   const TGUID* id = &stream_->id;
   const TJCPin* self = this;  // only compared after the first call: this pin may die in it
-  for (const auto& wire : *table) {
+  for (const auto& wire : table->wires) {
     if (!wire->alive.load(std::memory_order_acquire)) continue;
     result |= wire->Peer(self)->DispatchData(id, op, flags);
   }
@@ -397,7 +482,13 @@ TJCNotifyResult TJCPin::DispatchData(const TGUID* id, IJCNotifyOperation& op, TJ
     return Dispatch(id, op, flags);
   }
   if (!probe->Before(*this, op)) return {};
-  const TJCNotifyResult result = Dispatch(id, op, flags);
+  TJCNotifyResult result;
+  try {
+    result = Dispatch(id, op, flags);
+  } catch (...) {
+    probe->Failed(*this, op);
+    throw;
+  }
   probe->After(*this, op);
   return result;
 }
@@ -411,9 +502,14 @@ TJCPinList::~TJCPinList() { Clear(); }
 
 int TJCPinList::Add(TJCPin& pin, std::string name) {
   std::lock_guard guard(mutex_);
-  pin.list_ = this;
   entries_.push_back({&pin, std::move(name)});
+  pin.list_ = this;
   return static_cast<int>(entries_.size()) - 1;
+}
+
+TJCPin& TJCPinList::Own(std::unique_ptr<TJCPin> pin) {
+  Add(*pin);
+  return *pin.release();
 }
 
 void TJCPinList::Remove(TJCPin& pin) {
@@ -505,9 +601,11 @@ std::vector<TJCPin*> TJCPinList::Pins() const {
   return pins;
 }
 
-void TJCPinList::Disconnect() {
+void TJCPinList::Disconnect() noexcept {
   const SectionScope section;  // a list that shrinks does so when the walk is over
-  for (TJCPin* pin : Pins()) pin->Disconnect();
+  for (int i = 0; i < GetCount(); ++i) {
+    if (TJCPin* const pin = GetPin(i)) pin->Disconnect();
+  }
 }
 
 TJCPinListOwner::TJCPinListOwner(TJCPinList& list, int least, int most, Factory make,
@@ -528,7 +626,12 @@ void TJCPinListOwner::Adjust() {
   if (wanted_.fetch_add(1) != 0) return;
   for (int seen = 1; seen != 0;) {
     seen = wanted_.load();
-    AdjustOnce();
+    try {
+      AdjustOnce();
+    } catch (...) {  // the next change tries again
+      wanted_.store(0);
+      throw;
+    }
     seen = wanted_.fetch_sub(seen) - seen;
   }
 }
@@ -540,12 +643,18 @@ void TJCPinListOwner::AdjustOnce() {
   };
   while (list_.GetCount() < least_ || (list_.GetCount() < most_ && !is_free(1))) {
     auto pin = make_();
-    pin->SetConnectionChanged([self = self_] {
-      JCAtSectionEnd([self] {
-        if (TJCPinListOwner* owner = self->load()) owner->Adjust();
+    try {
+      pin->SetConnectionChanged([self = self_] {
+        JCAtSectionEnd([self] {
+          if (TJCPinListOwner* owner = self->load()) owner->Adjust();
+        });
       });
-    });
-    list_.Add(*pin.release());
+      list_.Add(*pin);
+    } catch (...) {
+      if (leaving_) leaving_(*pin);
+      throw;
+    }
+    (void)pin.release();  // it is the list's
   }
   while (list_.GetCount() > least_ && is_free(1) && is_free(2)) {
     TJCPin& pin = *list_.GetPin(list_.GetCount() - 1);

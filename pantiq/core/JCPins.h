@@ -22,6 +22,7 @@ namespace pantiq {
 class TJCPin;
 class TJCPinList;
 class JCPinCore;
+class JCProbeEnd;
 
 // The identity of a kind of stream: one static object each, compared by address.
 struct JCStreamType {
@@ -61,6 +62,8 @@ class PQ_EXPORT IJCPinProbe {
   // False: the operation does not reach the pin's owner.
   virtual bool Before(TJCPin& pin, IJCNotifyOperation& op) = 0;
   virtual void After(TJCPin& pin, IJCNotifyOperation& op) = 0;
+  // Instead of After: the owner threw, and the exception goes on to the sender.
+  virtual void Failed(TJCPin& pin, IJCNotifyOperation& op) noexcept { (void)pin, (void)op; }
 };
 
 // A lock carrier that belongs to a component.
@@ -112,9 +115,9 @@ class PQ_EXPORT TJCPin : public TJCBasicPin {
   // Wires the two pins, whichever is the source. What a sink was connected to before is disconnected. Connecting what
   // is connected does nothing.
   PQStatus Connect(TJCPin& other);
-  // Undoes all connections, or the one to `other`.
-  void Disconnect();
-  void Disconnect(TJCPin& other);
+  // Undoes all connections, or the one to `other`. Needs no memory.
+  void Disconnect() noexcept;
+  void Disconnect(TJCPin& other) noexcept;
 
   // True if what this pin gives comes, through components, from what `other` receives.
   bool DependsOn(const TJCPin& other) const;
@@ -130,6 +133,7 @@ class PQ_EXPORT TJCPin : public TJCBasicPin {
   std::string GetSaveName() const override;
 
   // One watcher, or none. Owner-thread; SetProbe(nullptr) waits for calls under way, like Disconnect.
+  // Taking it away needs no memory.
   void SetProbe(IJCPinProbe* probe);
 
   // Called after a connection was made or undone, outside all locks.
@@ -145,10 +149,13 @@ class PQ_EXPORT TJCPin : public TJCBasicPin {
 
  private:
   friend class TJCPinList;
+  friend class JCProbeEnd;
   friend class TJCFunctionSinkPinList;
-  // Undoes the wires; gives the cores whose calls under way have to be waited for.
-  std::vector<PQRef<JCPinCore>> IntDisconnect(const TJCPin* only);
+  // Undoes the wires, all or those to `only`, and calls `undone` with each.
+  template <class Undone>
+  void IntDisconnect(const TJCPin* only, Undone undone) noexcept;
   PQRef<JCPinCore> core_;
+  PQRef<JCProbeEnd> probe_end_;  // made with the probe, so that taking it away needs no memory
   JCDispatch dispatch_;
   const JCStreamType* stream_;
   PQPinRole role_;
@@ -202,6 +209,8 @@ class PQ_EXPORT TJCPinList : public TJCObject {
 
   // An unnamed pin is called "Pin1", "Pin2", ... by its place.
   int Add(TJCPin& pin, std::string name = {});
+  // For lists that own their pins: the pin is the list's, or gone if it could not be listed.
+  TJCPin& Own(std::unique_ptr<TJCPin> pin);
   void Remove(TJCPin& pin);
   void Clear();
   int GetCount() const;
@@ -223,7 +232,7 @@ class PQ_EXPORT TJCPinList : public TJCObject {
   // A snapshot for walking without a lock.
   std::vector<TJCPin*> Pins() const;
   // Disconnects every listed pin.
-  void Disconnect();
+  void Disconnect() noexcept;
 
  private:
   struct Entry {

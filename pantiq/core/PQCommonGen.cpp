@@ -3,7 +3,6 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
-#include <exception>
 #include <thread>
 
 #include "pantiq/host/PQReport.h"
@@ -13,12 +12,17 @@ namespace pantiq {
 constinit const PQClassTag TPQCommonGen::kTag{"TPQCommonGen", &TComponent::kTag};
 
 // The generator's own thread. It outlives the generator by the rest of one call if the generator dies inside a frame's way.
-struct TPQCommonGen::Loop {
+struct TPQCommonGen::Loop final : JCSectionWork {
   TPQCommonGen* gen;
   std::mutex mutex;
   std::condition_variable wake;
   bool ending = false;
   std::thread thread;
+  std::shared_ptr<Loop> waited_for;  // itself, until its end has been waited for
+  void Run() noexcept override {
+    const auto self = std::move(waited_for);
+    thread.join();
+  }
 };
 
 const PQClassInfo& TPQCommonGen::Class() {
@@ -90,8 +94,8 @@ void TPQCommonGen::IntStart() {
   {
     std::lock_guard guard(state_mutex_);
     if (loop_ != nullptr) return;  // a start from inside the start has made one
-    loop_ = loop;
     loop->thread = std::thread([loop] { Run(loop); });
+    loop_ = loop;
   }
 }
 
@@ -120,7 +124,8 @@ void TPQCommonGen::EndLoop(bool wait_here) {
   if (wait_here) {
     loop->thread.join();
   } else {  // the frame under way may need locks that this thread holds: wait when it holds none
-    JCAtSectionEnd([loop] { loop->thread.join(); });
+    loop->waited_for = loop;
+    JCAtSectionEnd(*loop);
   }
 }
 
@@ -138,13 +143,13 @@ void TPQCommonGen::Run(const std::shared_ptr<Loop>& loop) {
     if (gen->IsConnected()) {
       try {
         gen->SendFrame();
-      } catch (const std::exception& error) {  // this frame is lost, the stream goes on
+      } catch (...) {  // this frame is lost, the stream goes on
         bool ended;
         {
           std::lock_guard guard(loop->mutex);
           ended = loop->ending;
         }
-        if (!ended) Report(gen, PQSeverity::Error, "a frame was lost", 0, error.what());
+        ReportCaught(ended ? nullptr : gen, "a frame was lost");
       }
     }
     next += period;

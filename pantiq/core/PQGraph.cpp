@@ -218,11 +218,11 @@ TComponent* PQGraph::Add(const PQClassInfo& info, const std::string& name, PQSta
   }
   std::vector<PQFault> faults;
   GraphBuilder builder(impl_->root, designing_, faults);
-  TComponent* const component = builder.Make(info, own, {});
+  PQOwned<TComponent> component(builder.Make(info, own, {}));
   if (component == nullptr) return fail(StatusOf(faults, PQCode::Failed));
   builder.Finish();
   if (status != nullptr) *status = {};
-  return component;
+  return component.release();
 }
 
 void PQGraph::Remove(TComponent& component) {

@@ -211,6 +211,8 @@ TComponent* GraphBuilder::Make(const PQClassInfo& info, const std::string& name,
     component = info.Create(&owner_);
     if (component == nullptr)
       status = CannotBeMade(info.Name(), "it only serves as a base; expected a class of its own");
+  } catch (const std::bad_alloc&) {
+    throw;  // nothing is wrong with the text
   } catch (const std::exception& error) {
     status = CannotBeMade(info.Name(), error.what());
   }
@@ -219,11 +221,12 @@ TComponent* GraphBuilder::Make(const PQClassInfo& info, const std::string& name,
     Add(MakeFault(place, status.Text()));
     return nullptr;
   }
+  PQOwned<TComponent> made(component);
   component->SetName(name).IgnoreError();
   component->SetDesigning(designing_);
   component->SetLoading(true);
   places_[component] = place;
-  return component;
+  return made.release();
 }
 
 TComponent* GraphBuilder::Create(const PlannedComponent& planned, const std::string& name) {

@@ -129,6 +129,10 @@ struct PQGraphRun::Impl {
       }
     }
 
+    void Failed(TJCPin&, IJCNotifyOperation&) noexcept override {
+      if (run->options.measure) EndTiming();
+    }
+
     // Whether a buffer goes on: limits at the sinks, the left-out beginning at the sources.
     bool Admit(const TJCSuppliedBufferOperation& supplied) {
       const TBXTimeStamp* stamp = supplied.Buffer ? &supplied.Buffer->GetTimeStamp() : nullptr;
@@ -173,6 +177,9 @@ struct PQGraphRun::Impl {
   std::condition_variable wake;
   bool woken = false;
   PQStatus failure;  // under the mutex
+  // Made before anything may go wrong: what ends a run, and what is said when there is no memory to say more.
+  const PQRef<TJCStopOperation> stop_op = PQMakeRef<TJCStopOperation>();
+  PQStatus no_memory{PQCode::Failed, "the run failed: there was no memory to say more"};
 
   void Wake() {
     std::lock_guard guard(mutex);
@@ -182,6 +189,22 @@ struct PQGraphRun::Impl {
 
   void Note(const std::string& text) {
     if (observer != nullptr) observer->OnNote(text);
+  }
+
+  // Inside a catch block: what was caught ends the run.
+  void FailCaught() noexcept {
+    try {
+      std::string what = "an exception of an unknown class";
+      try {
+        throw;
+      } catch (const std::exception& error) {
+        what = error.what();
+      } catch (...) {
+      }
+      Fail({PQCode::Failed, "the run failed: " + what});
+    } catch (...) {
+      Fail(std::move(no_memory));
+    }
   }
 
   bool Failed() {
@@ -454,23 +477,35 @@ struct PQGraphRun::Impl {
   // down.
   void End() {
     ending.store(true);
+    // Who cannot take a stop keeps nobody else from it.
+    const auto guarded = [this](auto send) {
+      try {
+        send();
+      } catch (...) {
+        FailCaught();
+      }
+    };
     if (!SourcesEnded()) {
       for (const auto& input : inputs) {
-        if (input->at_sink) input->pin->Notify(*PQMakeRef<TJCStopOperation>());
+        if (input->at_sink) guarded([&] { input->pin->Notify(*stop_op); });
       }
     }
     for (const bool at_sink : {false, true}) {
       for (const auto& input : inputs) {
         if ((at_sink ? input->at_sink : input->source != nullptr) && input->started.load() && !input->stopped.load()) {
-          input->pin->DispatchData(input->pin->GetConnectionID(), *PQMakeRef<TJCStopOperation>(), {});
+          guarded([&] { input->pin->DispatchData(input->pin->GetConnectionID(), *stop_op, {}); });
         }
       }
     }
-    for (const auto& input : inputs) input->pin->SetProbe(nullptr);
+    TakeProbesAway();
     for (const auto& moment : moments) {
       if (!moment->done.load())
         Note(moment->text + " did not happen: the stream ended before it reached " + NameOf(*moment->component));
     }
+  }
+
+  void TakeProbesAway() noexcept {
+    for (const auto& input : inputs) input->pin->SetProbe(nullptr);
   }
 
   PQStatus At(double seconds, std::string_view what);
@@ -565,6 +600,11 @@ PQStatus PQGraphRun::At(double seconds, std::string_view what) { return impl_->A
 PQRunResult PQGraphRun::Run() {
   PQRunResult result;
   const auto begin = Clock::now();
+  struct Probes {  // no pin keeps a probe of a run that is over, however it ends
+    Impl& impl;
+    ~Probes() { impl.TakeProbesAway(); }
+  } const probes{*impl_};
+  t_timings.clear();  // what another run of this thread left when it failed
   result.status = impl_->Prepare();
   if (!result.status.Ok()) return result;
   try {
@@ -578,8 +618,8 @@ PQRunResult PQGraphRun::Run() {
       if (impl_->observer != nullptr) impl_->observer->OnStarted();
       impl_->Loop(begin);
     }
-  } catch (const std::exception& error) {
-    Fail({PQCode::Failed, std::string("the run failed: ") + error.what()});
+  } catch (...) {
+    impl_->FailCaught();
   }
   impl_->End();
   {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "pantiq/host/PQReport.h"
+
 namespace pantiq {
 
 constinit const PQClassTag TPQJCQueuedImageSinkPin::kTag{"TPQJCQueuedImageSinkPin", &TPQJCImageSinkPin::kTag};
@@ -24,7 +26,11 @@ TPQMultiInput::TPQMultiInput(TComponent* owner)
 void TPQMultiInput::BeforeDestruction() {
   {
     JCFrameMutex::Guard guard(frame_mutex_);
-    IntStop();
+    try {
+      IntStop();
+    } catch (...) {  // the stop could not be made, or somebody below could not take it
+      ReportCaught(this, "the stop at the end of a component failed");
+    }
     pins_.Disconnect();
   }
   pins_.Clear();  // the descendant frees them before this list dies
@@ -34,8 +40,13 @@ void TPQMultiInput::BeforeDestruction() {
 
 void TPQMultiInput::AddInput(TPQJCQueuedImageSinkPin& pin) {
   pin.AddShareLock(lock_);
-  pins_.Add(pin);
   OutputPin.FunctionSinkPins.Add(pin, true);
+  try {
+    pins_.Add(pin);
+  } catch (...) {
+    OutputPin.FunctionSinkPins.Remove(pin);
+    throw;
+  }
 }
 
 void TPQMultiInput::RemoveInput(TPQJCQueuedImageSinkPin& pin) {
@@ -111,10 +122,12 @@ void TPQMultiInput::Start(TPQJCQueuedImageSinkPin& pin, const TJCStartFrameOpera
 }
 
 void TPQMultiInput::Supplied(TPQJCQueuedImageSinkPin& pin, const IRWDataBuffer& buffer) {
-  pin.Buffer = PQMakeRef<TPQImageBuffer>(buffer);
-  pin.Buffer->SetFormat(vfRGB24);
+  // What needs memory comes before anything changes: a frame that cannot be taken leaves the inputs in step.
+  PQImageRef frame = PQMakeRef<TPQImageBuffer>(buffer);
+  frame->SetFormat(vfRGB24);
+  const auto all = Inputs(), inputs = ConnectedInputs();
+  pin.Buffer = std::move(frame);
   pin.HasFrame = true;
-  const auto inputs = ConnectedInputs();
   bool not_started = false, same_rate = true, all_have_frames = true;
   double rate = 0;
   for (const TPQJCQueuedImageSinkPin* input : inputs) {
@@ -126,12 +139,20 @@ void TPQMultiInput::Supplied(TPQJCQueuedImageSinkPin& pin, const IRWDataBuffer& 
   const bool due =
       (StartIfNotAllRunning() && not_started) || (all_have_frames && (same_rate || rate == pin.Rate));
   if (!due) return;
-  CalculateSendOutput();
-  if (not_started || same_rate) {
-    for (TPQJCQueuedImageSinkPin* input : Inputs()) input->HasFrame = false;
-  } else {
-    pin.HasFrame = false;
+  const auto used = [&] {
+    if (not_started || same_rate) {
+      for (TPQJCQueuedImageSinkPin* input : all) input->HasFrame = false;
+    } else {
+      pin.HasFrame = false;
+    }
+  };
+  try {
+    CalculateSendOutput();
+  } catch (...) {  // these frames are lost; the next ones belong together again
+    used();
+    throw;
   }
+  used();
 }
 
 void TPQMultiInput::CalculateSendStart(double, std::int32_t, std::int32_t) { Running = true; }

@@ -42,11 +42,10 @@ class PQ_EXPORT TPQSinkFilter : public TComponent {
   // Makes one more output, for constructors. OutputPins owns it.
   template <class Pin>
   Pin& AddOutput() {
-    auto* const pin = new Pin(*this, JCDispatch::To<&TPQSinkFilter::SourceDispatch>(this));
+    auto pin = std::make_unique<Pin>(*this, JCDispatch::To<&TPQSinkFilter::SourceDispatch>(this));
     pin->AddShareLock(lock_);
     pin->FunctionSinkPins.Add(InputPin, false);
-    OutputPins.Add(*pin);
-    return *pin;
+    return static_cast<Pin&>(OutputPins.Own(std::move(pin)));
   }
   void BeforeDestruction() override;
   const TJCObject& Lock() const { return lock_; }

@@ -1,5 +1,7 @@
 #include "pantiq/core/RWStreamTypes.h"
 
+#include "pantiq/host/PQReport.h"
+
 namespace pantiq {
 
 constinit const PQClassTag TJCStartSampleRateOperation::kTag{"TJCStartSampleRateOperation", &TJCStartOperation::kTag};
@@ -25,8 +27,16 @@ const JCStreamType kRWBinaryStream{{0x6d1f6a10, 0x0b5e, 0x4c55, {0x9a, 0x01, 0x5
 const JCStreamType kRWRealStream{{0x6d1f6a10, 0x0b5e, 0x4c55, {0x9a, 0x01, 0x50, 0x51, 0x53, 0x54, 0x00, 0x11}}, "real"};
 const JCStreamType kHTAudioStream{{0x6d1f6a10, 0x0b5e, 0x4c55, {0x9a, 0x01, 0x50, 0x51, 0x53, 0x54, 0x00, 0x12}}, "audio"};
 
+void TRWJCSourcePin::StopAtEnd() noexcept {
+  try {
+    Stop();
+  } catch (...) {  // it could not be made, or somebody below could not take it
+    ReportCaught(GetOwnerComponent(), "the stop at the end of a component failed");
+  }
+}
+
 int TRWOperationList::Push(PQOperationRef op, bool clear_first) {
-  std::deque<PQOperationRef> dropped;  // released outside the lock
+  std::list<PQOperationRef> dropped;  // released outside the lock
   auto section = lock_.WriteLock();
   if (clear_first) dropped.swap(items_);
   items_.push_back(std::move(op));
@@ -57,7 +67,7 @@ int TRWOperationList::ItemsCount() const {
 }
 
 void TRWOperationList::Clear() {
-  std::deque<PQOperationRef> dropped;
+  std::list<PQOperationRef> dropped;
   auto section = lock_.WriteLock();
   dropped.swap(items_);
 }

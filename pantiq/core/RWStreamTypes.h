@@ -1,7 +1,7 @@
 // Generic, binary, real-number and audio streams: their operations, their pins, and the queue of operations.
 #pragma once
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <memory>
 
 #include "pantiq/core/JCPins.h"
@@ -109,6 +109,8 @@ class PQ_EXPORT TRWJCSourcePin : public TJCSourcePin {
   }
   // Sends a new stop.
   TJCNotifyResult Stop() { return Notify(*PQMakeRef<TJCStopOperation>()); }
+  // The same at the end of a component: what fails is reported and goes no further.
+  void StopAtEnd() noexcept;
 };
 
 class PQ_EXPORT TRWJCSinkPin : public TJCSinkPin {
@@ -197,7 +199,7 @@ class PQ_EXPORT TRWOperationList {
 
  private:
   TJCObject lock_;
-  std::deque<PQOperationRef> items_;
+  std::list<PQOperationRef> items_;  // an empty one holds no memory: clearing needs none
 };
 
 }  // namespace pantiq

@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "pantiq/host/PQReport.h"
+
 namespace pantiq {
 namespace {
 
@@ -86,8 +88,10 @@ struct TRWClockThread::State {
   std::shared_ptr<Worker> worker;
 };
 
-TRWClockThread::TRWClockThread(RWClosure closure)
-    : state_(std::make_shared<State>(State{StartWorker(std::move(closure), false)})) {}
+// What needs memory comes before the thread, which nobody could end otherwise.
+TRWClockThread::TRWClockThread(RWClosure closure) : state_(std::make_shared<State>()) {
+  state_->worker = StartWorker(std::move(closure), false);
+}
 TRWClockThread::~TRWClockThread() { Terminate(); }
 void TRWClockThread::Clock() { state_->worker->Post(); }
 void TRWClockThread::Terminate() { state_->worker->End(); }
@@ -102,8 +106,9 @@ struct TRWEventClockThread::State {
   std::shared_ptr<Worker> worker;
 };
 
-TRWEventClockThread::TRWEventClockThread(RWClosure closure)
-    : state_(std::make_shared<State>(State{StartWorker(std::move(closure), true)})) {}
+TRWEventClockThread::TRWEventClockThread(RWClosure closure) : state_(std::make_shared<State>()) {
+  state_->worker = StartWorker(std::move(closure), true);
+}
 TRWEventClockThread::~TRWEventClockThread() { Terminate(); }
 void TRWEventClockThread::SetEvent() { state_->worker->Post(); }
 void TRWEventClockThread::Terminate() { state_->worker->End(); }
@@ -163,7 +168,13 @@ void ProcessMainThreadNotifies() {
     queue.pumped = true;
     calls.swap(queue.calls);
   }
-  for (auto& call : calls) call();
+  for (auto& call : calls) {
+    try {
+      call();
+    } catch (...) {  // the others get their turn
+      ReportCaught(nullptr, "a call on the main thread failed");
+    }
+  }
 }
 
 // --- clocks ---------------------------------------------------------------------------------------------------------
@@ -258,11 +269,12 @@ class RealClocks final : public ClockTable {
   }
 
   void Add(const ClockItem& item) override {
+    {
+      std::lock_guard guard(mutex_);
+      if (!started_) std::thread([this] { Loop(); }).detach();
+      started_ = true;  // if it could not be started the next clock tries again
+    }
     ClockTable::Add(item);
-    std::lock_guard guard(mutex_);
-    if (started_) return;
-    started_ = true;
-    std::thread([this] { Loop(); }).detach();
   }
 
  private:

@@ -73,9 +73,8 @@ TPQColorMerge::TPQColorMerge(TComponent* owner)
       output_(PQMakeRef<TPQImageBuffer>(600, 600, vfRGB24)) {
   output_->Clear();
   for (int i = 0; i < 3; ++i) {
-    auto* const pin = new TPQJCQueuedImageSinkPin(*this, JCDispatch::To<&TPQMultiInput::SinkDispatch>(this));
-    AddInput(*pin);
-    InputPins.Add(*pin);
+    auto pin = std::make_unique<TPQJCQueuedImageSinkPin>(*this, JCDispatch::To<&TPQMultiInput::SinkDispatch>(this));
+    AddInput(static_cast<TPQJCQueuedImageSinkPin&>(InputPins.Own(std::move(pin))));
   }
   UpdatePinNames();
 }
@@ -172,10 +171,10 @@ void TPQColorMerge::ProcessImage(const IPQImageBuffer& buffer, int index) {
   for (int i = 0; i < connected; ++i) {
     if (planes_[i].started && !planes_[i].received) return;
   }
-  PQImageRef frame = std::move(output_);
+  for (Plane& p : planes_) p.received = false;
+  PQImageRef frame = output_;
   output_ = PQMakeRef<TPQImageBuffer>(frame->GetWidth(), frame->GetHeight(), vfRGB24);
   FillBackground();
-  for (Plane& p : planes_) p.received = false;
   PQFromColorMode(*frame, GetColorMode());
   OutputPin.SubmitBuffer(std::move(frame));
 }

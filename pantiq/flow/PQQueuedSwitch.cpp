@@ -263,8 +263,8 @@ void TPQQueuedSwitch::BeforeDestruction() {
   {
     auto global = JCGlobalLock().WriteLock();
     auto section = OutputPin.WriteLock();
-    OutputPin.Stop();
-    AudioOutputPin.Stop();
+    OutputPin.StopAtEnd();
+    AudioOutputPin.StopAtEnd();
     OutputPin.Disconnect();
     AudioOutputPin.Disconnect();
     video_pending_.store(0);
@@ -611,10 +611,10 @@ TJCNotifyResult TPQQueuedSwitch::DispatchUp(bool video, IJCNotifyOperation& op, 
 // thread holds: it goes up when nothing is held.
 void TPQQueuedSwitch::Stop() {
   is_master_.store(false);
-  JCAtSectionEnd([channels = AllChannels(), alive = alive_] {
+  JCAtSectionEnd([channels = AllChannels(), alive = alive_, stop = PQMakeRef<TJCStopOperation>()] {
     for (const ChannelRef& channel : *channels) {
       if (!alive->load()) return;
-      channel->InputPin.Notify(*PQMakeRef<TJCStopOperation>());
+      channel->InputPin.Notify(*stop);
     }
   });
 }

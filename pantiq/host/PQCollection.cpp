@@ -40,34 +40,58 @@ TCollectionItem* TCollection::GetItem(int index) const {
 TCollectionItem* TCollection::Add() {
   items_.push_back(CreateItem());
   TCollectionItem* item = items_.back().get();
-  Update(nullptr);
+  try {
+    Update(nullptr);
+  } catch (...) {  // what follows the list could not: it stays as it was, here and below
+    const std::unique_ptr<TCollectionItem> added = std::move(items_.back());
+    items_.pop_back();
+    throw;
+  }
   return item;
 }
 
 void TCollection::Delete(int index) {
   if (GetItem(index) == nullptr) return;
   // The item leaves the list before it dies, so that what it touches on its way out finds a list without it.
-  const std::unique_ptr<TCollectionItem> item = std::move(items_[static_cast<std::size_t>(index)]);
+  std::unique_ptr<TCollectionItem> item = std::move(items_[static_cast<std::size_t>(index)]);
   items_.erase(items_.begin() + index);
-  Update(nullptr);
+  try {
+    Update(nullptr);
+  } catch (...) {
+    items_.insert(items_.begin() + index, std::move(item));
+    throw;
+  }
 }
 
 void TCollection::Clear() {
   if (items_.empty()) return;
   std::vector<std::unique_ptr<TCollectionItem>> items;
   items.swap(items_);
-  Update(nullptr);
+  try {
+    Update(nullptr);
+  } catch (...) {
+    items.swap(items_);
+    throw;
+  }
 }
 
 void TCollection::Move(int from, int to) {
   if (GetItem(from) == nullptr || GetItem(to) == nullptr || from == to) return;
-  const auto first = items_.begin();
-  if (from < to) {
-    std::rotate(first + from, first + from + 1, first + to + 1);
-  } else {
-    std::rotate(first + to, first + from, first + from + 1);
+  const auto move = [this](int here, int there) {
+    const auto first = items_.begin();
+    if (here < there) {
+      std::rotate(first + here, first + here + 1, first + there + 1);
+    } else {
+      std::rotate(first + there, first + here, first + here + 1);
+    }
+  };
+  move(from, to);
+  try {
+    Update(nullptr);
+  } catch (...) {
+    move(to, from);
+    throw;
   }
-  Update(nullptr);
 }
 
 void TCollection::Assign(const TPersistent& source) {

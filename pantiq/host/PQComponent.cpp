@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "pantiq/host/PQReport.h"
+
 namespace pantiq {
 
 constinit const PQClassTag TComponent::kTag{"TComponent", &TPersistent::kTag};
@@ -58,7 +60,11 @@ TComponent* TComponent::FindComponent(std::string_view name) const {
 
 void TComponent::BeforeDestructionOnce() {
   if (destroying_.exchange(true)) return;
-  BeforeDestruction();
+  try {
+    BeforeDestruction();
+  } catch (...) {  // a destructor is under way: there is no caller to tell
+    ReportCaught(this, "the end of a component failed");
+  }
 }
 
 }  // namespace pantiq

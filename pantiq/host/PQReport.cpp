@@ -1,5 +1,6 @@
 #include "pantiq/host/PQReport.h"
 
+#include <exception>
 #include <mutex>
 
 namespace pantiq {
@@ -42,6 +43,22 @@ void Report(const TComponent* component, PQSeverity severity, std::string text, 
     // What a listener does wrong must not reach the component that tells it something.
   }
   t_telling = false;
+}
+
+void ReportCaught(const TComponent* component, const char* text) noexcept {
+  if (!HasReportListener()) return;
+  try {
+    std::string what;
+    try {
+      throw;
+    } catch (const std::exception& error) {
+      what = error.what();
+    } catch (...) {
+      what = "an exception of an unknown class";
+    }
+    Report(component, PQSeverity::Error, text, 0, std::move(what));
+  } catch (...) {  // no memory to tell it
+  }
 }
 
 }  // namespace pantiq

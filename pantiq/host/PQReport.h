@@ -33,4 +33,8 @@ PQ_EXPORT bool HasReportListener() noexcept;
 PQ_EXPORT void Report(const TComponent* component, PQSeverity severity, std::string text, long code = 0,
                       std::string detail = {});
 
+// Inside a catch block: reports the exception that is being handled, with what it says of itself as the detail. Never
+// throws: where there is no memory for a report there is none.
+PQ_EXPORT void ReportCaught(const TComponent* component, const char* text) noexcept;
+
 }  // namespace pantiq

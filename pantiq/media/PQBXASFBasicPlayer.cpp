@@ -20,23 +20,37 @@ constexpr int kMostCredits = 100;
 }  // namespace
 
 // Hands on what the reader tells. The reader is closed before the player dies.
+// Nothing is thrown through the platform's code: what fails is told and the sample is lost.
 class TBXASFBasicPlayer::Events final : public PQMediaReaderEvents {
  public:
   explicit Events(TBXASFBasicPlayer& player) : player_(player) {}
   void OnSample(int output, std::int64_t time, std::int64_t duration, unsigned flags,
                 const PQPlatformBlock& sample) override {
-    player_.OnSample(output, time, duration, flags, sample, nullptr);
+    Guarded("a sample was lost", [&] { player_.OnSample(output, time, duration, flags, sample, nullptr); });
   }
   std::shared_ptr<void> AllocateFrame(std::int64_t step, std::int64_t rows, std::uint8_t*& data) override {
     return TPQVideoBufferQueueThread::AllocateFrame(step, rows, data);
   }
-  void OnFormat(int output, const PQMediaOutputProps& props) override { player_.OnOutputFormat(output, props); }
-  void OnEnd(int output) override { player_.OnOutputEnd(output); }
+  void OnFormat(int output, const PQMediaOutputProps& props) override {
+    Guarded("a change of the format was lost", [&] { player_.OnOutputFormat(output, props); });
+  }
+  void OnEnd(int output) override {
+    Guarded("the end of a stream was lost", [&] { player_.OnOutputEnd(output); });
+  }
   void OnError(const PQPlatformResult& result) override {
-    Report(&player_, PQSeverity::Error, "reading stopped", result.code, result.detail);
+    Guarded("reading stopped",
+            [&] { Report(&player_, PQSeverity::Error, "reading stopped", result.code, result.detail); });
   }
 
  private:
+  template <class Work>
+  void Guarded(const char* lost, Work work) noexcept {
+    try {
+      work();
+    } catch (...) {
+      ReportCaught(&player_, lost);
+    }
+  }
   TBXASFBasicPlayer& player_;
 };
 
@@ -82,7 +96,11 @@ TBXASFBasicPlayer::~TBXASFBasicPlayer() = default;
 
 void TBXASFBasicPlayer::Shutdown() {
   if (!alive_->exchange(false)) return;
-  IntStop(false, true);
+  try {
+    IntStop(false, true);
+  } catch (...) {  // the thread and the reader end all the same
+    ReportCaught(this, "the stop at the end of a component failed");
+  }
   notify_thread_->Terminate();
   Close();
 }

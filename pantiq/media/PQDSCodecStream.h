@@ -13,6 +13,7 @@
 #include "pantiq/core/JCPins.h"
 #include "pantiq/core/PQSimpleImageBuffer.h"
 #include "pantiq/core/RWThreads.h"
+#include "pantiq/host/PQReport.h"
 #include "pantiq/media/PQDSGraph.h"
 #include "pantiq/media/PQDSVideoCompression.h"
 #include "pantiq/media/PQStreamClock.h"
@@ -26,7 +27,11 @@ class TPQDSSampleGrabberCB final : public PQGrabberEvents {
   explicit TPQDSSampleGrabberCB(std::function<void(const PQPlatformBlock& sample)> closure)
       : closure_(std::move(closure)) {}
   void SampleCB(const PQPlatformBlock& sample) override {
-    if (closure_) closure_(sample);
+    try {
+      if (closure_) closure_(sample);
+    } catch (...) {  // nothing is thrown through the platform's code
+      ReportCaught(nullptr, "a sample was lost");
+    }
   }
 
  private:

@@ -38,7 +38,7 @@ void TPQDSBufferQueue::WaitBelow(int most) {
 }
 
 void TPQDSBufferQueue::End() {
-  std::deque<std::unique_ptr<TPQDSBufferNode>> dropped;
+  std::list<std::unique_ptr<TPQDSBufferNode>> dropped;
   const std::lock_guard lock(mutex_);
   ended_ = true;
   dropped.swap(nodes_);
@@ -141,7 +141,7 @@ void TPQVideoBufferQueueThread::WaitTaken() {
 }
 
 void TPQVideoBufferQueueThread::End() {
-  std::deque<Entry> dropped;
+  std::list<Entry> dropped;
   const std::lock_guard lock(mutex_);
   ended_ = taken_ = true;
   dropped.swap(entries_);

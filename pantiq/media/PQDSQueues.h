@@ -3,7 +3,7 @@
 #pragma once
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
+#include <list>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -47,7 +47,7 @@ class PQ_EXPORT TPQDSBufferQueue {
   const std::int64_t most_;
   mutable std::mutex mutex_;  // a leaf
   std::condition_variable changed_;
-  std::deque<std::unique_ptr<TPQDSBufferNode>> nodes_;
+  std::list<std::unique_ptr<TPQDSBufferNode>> nodes_;
   std::int64_t queued_ = 0;
   bool ended_ = false;
 };
@@ -90,7 +90,7 @@ class PQ_EXPORT TPQVideoBufferQueueThread {
   TRWNotifyThread* const notify_;
   mutable std::mutex mutex_;  // a leaf
   std::condition_variable changed_;
-  std::deque<Entry> entries_;
+  std::list<Entry> entries_;
   std::int32_t width_ = 0, height_ = 0;
   TPQVideoFormat format_ = vfRGB24;
   bool taken_ = false;  // the event: set by each Get that gave an entry, and by the end

@@ -565,7 +565,11 @@ bool TPQDSVideoOut::IntBuildGraph(PQMediaOutput& graph) {
   graph.SetMediaEvent([events = events_](long code, const PQPlatformResult& why) {
     const std::lock_guard lock(events->mutex);
     if (events->thread == nullptr) return;
-    events->told.emplace_back(code, why);
+    try {
+      events->told.emplace_back(code, why);
+    } catch (...) {  // nothing is thrown through the platform's code
+      ReportCaught(nullptr, "an event of the output device was lost");
+    }
     events->thread->Notify();
   });
   return !graph_.Failed(graph.QueryMediaFilter(), "Can't obtain IMediaFilter.");
