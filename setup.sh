@@ -4,6 +4,7 @@
 #
 #   ./setup.sh            to build, run and test
 #   ./setup.sh --bench    also the peers of the speed comparison (OpenCV, GStreamer's tools)
+#   ./setup.sh --long     also what the long set needs (clang with its fuzzer)
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config git python3 ca-certificates
@@ -14,9 +15,11 @@ build=(g++ cmake ninja-build pkg-config git python3 ca-certificates
 run=(gstreamer1.0-plugins-base gstreamer1.0-plugins-good gstreamer1.0-plugins-ugly gstreamer1.0-libav gstreamer1.0-x)
 check=(libgtest-dev libgmock-dev libbenchmark-dev gstreamer1.0-tools ffmpeg binutils xvfb make patch python3-markdown)
 peers=(libopencv-dev libavfilter-dev)
+long=(clang libclang-rt-14-dev llvm)
 
 wanted=("${build[@]}" "${run[@]}" "${check[@]}")
 [ "${1:-}" = "--bench" ] && wanted+=("${peers[@]}")
+[ "${1:-}" = "--long" ] && wanted+=("${long[@]}")
 
 missing=()
 for package in "${wanted[@]}"; do

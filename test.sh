@@ -4,7 +4,7 @@
 #
 #   ./test.sh                     everything
 #   ./test.sh release             only these presets (release, asan, tsan, debug)
-#   ./test.sh --long              random sets in full length
+#   ./test.sh --long              random sets in full length, and the fuzz targets (PANTIQ_FUZZ_SECONDS each, 60)
 #   ./test.sh --mutate            faults put into the sources, to see whether the tests notice (tests/mutants)
 set -uo pipefail
 cd "$(dirname "$0")"
@@ -24,7 +24,7 @@ for word in "$@"; do
 done
 [ ${#presets[@]} -gt 0 ] || presets=(release asan tsan)
 
-./setup.sh || exit 1
+./setup.sh ${PANTIQ_TEST_LONG:+--long} || exit 1
 jobs=$(nproc)
 passed=0 failed=0
 suppressions=$PWD/tests/support
@@ -64,6 +64,25 @@ for preset in "${presets[@]}"; do
     done
   fi
 done
+
+if [ -n "${PANTIQ_TEST_LONG:-}" ]; then
+  echo "== fuzz targets"
+  if ! command -v clang++ >/dev/null; then
+    echo "fuzz: left out, there is no clang++; ./setup.sh --long installs it"
+  elif ! { cmake --preset fuzz && cmake --build --preset fuzz -j "$jobs"; } >build-fuzz.log 2>&1; then
+    tail -n 60 build-fuzz.log
+    echo "test: the fuzz build failed"
+    failed=$((failed + 1))
+  else
+    rm -f build-fuzz.log
+    while read -r line; do
+      echo "$line"
+      if [[ $line =~ ^fuzz:\ ([0-9]+)\ passed,\ ([0-9]+)\ failed ]]; then
+        passed=$((passed + BASH_REMATCH[1])) failed=$((failed + BASH_REMATCH[2]))
+      fi
+    done < <(tests/fuzz/run.sh build/fuzz)
+  fi
+fi
 
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]

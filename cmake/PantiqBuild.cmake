@@ -39,8 +39,12 @@ if(PANTIQ_SANITIZE STREQUAL "address")
 elseif(PANTIQ_SANITIZE STREQUAL "thread")
   target_compile_options(pantiq_flags INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
   target_link_options(pantiq_flags INTERFACE -fsanitize=thread)
+elseif(PANTIQ_SANITIZE STREQUAL "fuzzer")  # clang: as address, and every branch counted for a fuzzer
+  target_compile_options(pantiq_flags INTERFACE -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined
+    -fno-omit-frame-pointer)
+  target_link_options(pantiq_flags INTERFACE -fsanitize=address,undefined)
 elseif(PANTIQ_SANITIZE)
-  message(FATAL_ERROR "PANTIQ_SANITIZE is '${PANTIQ_SANITIZE}'; expected address, thread or nothing")
+  message(FATAL_ERROR "PANTIQ_SANITIZE is '${PANTIQ_SANITIZE}'; expected address, thread, fuzzer or nothing")
 endif()
 
 # Headers that nearly every source reads; a target whose sources all go into one joined source reads them once anyway.

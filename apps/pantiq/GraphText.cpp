@@ -5,7 +5,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include "Console.h"
 #include "pantiq/host/PQRegistry.h"
@@ -76,8 +75,16 @@ bool ReadText(GivenGraph& given) {
   }
   errno = 0;
   std::ifstream file(given.file, std::ios::binary);
-  if (file) given.source.assign(std::istreambuf_iterator<char>(file), {});
-  if (!file || file.bad()) {
+  const bool opened = file.is_open();
+  char block[65536];
+  while (file.read(block, sizeof block), file.gcount() > 0) {
+    given.source.append(block, static_cast<std::size_t>(file.gcount()));
+    if (given.source.size() > std::size_t{1} << 30) {  // a device has no end
+      given.faults.push_back(FileFault(given.file, "the file is too long (more than 1 GiB)"));
+      return false;
+    }
+  }
+  if (!opened || file.bad()) {
     const int code = errno != 0 ? errno : EIO;
     given.faults.push_back(FileFault(given.file, code == ENOENT ? "there is no such file" : std::strerror(code)));
     return false;

@@ -7,13 +7,15 @@
 #include <new>
 #include <vector>
 
+#include "pantiq/core/PQPool.h"
+
 namespace pantiq {
 
 constinit std::atomic<std::uint64_t> PQFramePool::copied_bytes_{0};
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef PQ_PLAIN_HEAP
 constexpr bool kRecycle = false;  // a use after free is to be seen
 #else
 constexpr bool kRecycle = true;
@@ -34,6 +36,7 @@ Pool& ThePool() {
 }
 
 constinit std::atomic<int> g_fill{-1};
+constinit std::atomic<std::int64_t> g_most{PQFrameBlock::kMostBytes};
 constinit std::atomic<std::int64_t> g_live{0};
 
 // The header takes one cache line, so that the data behind it and the first slack stand at a multiple of 64.
@@ -45,7 +48,8 @@ static_assert(sizeof(PQFrameBlock) <= kHeader);
 PQRef<PQFrameBlock> PQFrameBlock::Make(std::int64_t step, std::int64_t rows) {
   step = std::max<std::int64_t>(step, 0);
   rows = std::max<std::int64_t>(rows, 0);
-  if (step > kMostBytes || rows > kMostBytes || step * rows > kMostBytes) throw std::bad_alloc();
+  const std::int64_t most = g_most.load(std::memory_order_relaxed);
+  if (step > most || rows > most || step * rows > most) throw std::bad_alloc();
   const auto bytes = static_cast<std::size_t>(step * rows);
   const std::size_t behind = static_cast<std::size_t>(step) + kSlack;
   const std::size_t need = bytes + behind;
@@ -102,6 +106,10 @@ void PQFrameBlock::Recycle() const noexcept {
 }
 
 void PQFramePool::SetFillByte(int value) noexcept { g_fill.store(value, std::memory_order_relaxed); }
+
+void PQFramePool::SetMostBytes(std::int64_t bytes) noexcept {
+  g_most.store(std::min(bytes, PQFrameBlock::kMostBytes), std::memory_order_relaxed);
+}
 
 std::int64_t PQFramePool::LiveBlocks() noexcept { return g_live.load(std::memory_order_relaxed); }
 

@@ -48,6 +48,9 @@ class PQ_EXPORT PQFramePool {
   // For tests: every new block is filled with this byte; a negative value switches it off.
   static void SetFillByte(int value) noexcept;
 
+  // For tests: larger blocks are refused, as if there were no memory for them.
+  static void SetMostBytes(std::int64_t bytes) noexcept;
+
   // Pixels and elements copied because somebody wrote to what others held, or changed a format, since the process began.
   static std::uint64_t CopiedBytes() noexcept { return copied_bytes_.load(std::memory_order_relaxed); }
   static void CountCopy(std::size_t bytes) noexcept { copied_bytes_.fetch_add(bytes, std::memory_order_relaxed); }

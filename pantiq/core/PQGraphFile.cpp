@@ -5,7 +5,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include "pantiq/core/PQGraphImpl.h"
 #include "pantiq/host/PQRegistry.h"
@@ -16,6 +15,8 @@ namespace {
 using detail::GraphBuilder;
 using detail::GraphPlace;
 using detail::MakeFault;
+
+constexpr std::size_t kMostFileBytes = std::size_t{1} << 30;
 
 PQStatus CheckPages(const std::vector<TComponent*>& components) {
   for (const TComponent* component : components) {
@@ -73,7 +74,12 @@ bool PQGraph::Load(const std::string& file_name, std::vector<PQFault>& faults) {
   errno = 0;
   std::ifstream file(file_name, std::ios::binary);
   if (!file) return fail(std::strerror(errno != 0 ? errno : EIO));
-  const std::string text(std::istreambuf_iterator<char>(file), {});
+  std::string text;  // bounded: a device has no end
+  char block[65536];
+  while (file.read(block, sizeof block), file.gcount() > 0) {
+    text.append(block, static_cast<std::size_t>(file.gcount()));
+    if (text.size() > kMostFileBytes) return fail("it is too long");
+  }
   if (file.bad()) return fail(std::strerror(errno != 0 ? errno : EIO));
   return LoadText(text, faults);
 }

@@ -157,12 +157,17 @@ const PQClassInfo& TPQQueuedInputItem::Class() {
 
 TPQQueuedInputItem::TPQQueuedInputItem(TPQQueuedInputs* inputs)
     : TCollectionItem(inputs), channel_(std::make_shared<PQQueuedChannel>(inputs->GetSwitch())) {
-  inputs->GetSwitch().InputPins.Add(channel_->InputPin);
-  inputs->GetSwitch().AudioInputPins.Add(channel_->AudioInputPin);
+  TPQQueuedSwitch& owner = inputs->GetSwitch();
+  owner.InputPins.Add(channel_->InputPin);
+  owner.AudioInputPins.Add(channel_->AudioInputPin);
+  owner.OutputPin.FunctionSinkPins.Add(channel_->InputPin, true);  // a switch that fed itself would not come to an end
+  owner.AudioOutputPin.FunctionSinkPins.Add(channel_->AudioInputPin, true);
 }
 
 TPQQueuedInputItem::~TPQQueuedInputItem() {
   TPQQueuedSwitch& owner = channel_->Switch();
+  owner.OutputPin.FunctionSinkPins.Remove(channel_->InputPin);
+  owner.AudioOutputPin.FunctionSinkPins.Remove(channel_->AudioInputPin);
   owner.InputPins.Remove(channel_->InputPin);
   owner.AudioInputPins.Remove(channel_->AudioInputPin);
   channel_->InputPin.Disconnect();
