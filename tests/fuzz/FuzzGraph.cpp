@@ -188,7 +188,7 @@ class Bench : public IJCPinProbe {
       int& depth;
       ~Leave() { --depth; }
     } leave{depth_};
-    switch (in_.Below(7)) {
+    switch (in_.Below(6)) {
       case 0:
         throw Thrown{};
       case 6:
