@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Writes share/pantiq.1 and share/completions/pantiq.bash from what the program says of itself (pantiq --help).
+"""Writes share/pantiq.1 and the completions of share/completions from what the program says of itself (pantiq --help).
 
-    tools/manual.py PANTIQ           writes both
+    tools/manual.py PANTIQ           writes them
     tools/manual.py PANTIQ --check   says which is not what the program says; exit code 1 if there is one
 """
 import argparse
@@ -135,6 +135,78 @@ def bash(top, commands):
             .replace("@classes@", takes(["LAUNCH", "CLASS", "FILTERS"])).replace("@paths@", takes(["FILE", "IN", "OUT"])))
 
 
+CLASSES = "pantiq list 2>/dev/null | awk '/^  /{print $1}'"
+
+ZSH = """#compdef pantiq
+# Completion of pantiq for zsh; made by tools/manual.py.
+_pantiq_classes() {
+  local -a classes
+  classes=(${(f)"$(@list@)"})
+  compadd -a classes
+}
+_pantiq() {
+  local -a commands
+  if ((CURRENT == 2)); then
+    commands=(
+@commands@
+    )
+    _describe command commands
+    return
+  fi
+  case $words[2] in
+@cases@
+  esac
+}
+_pantiq "$@"
+"""
+
+
+def quoted(text):
+    return text.replace("'", "'\\''")
+
+
+def zsh(top, commands):
+    def plain(text):
+        return quoted(text.replace("[", "(").replace("]", ")").replace(":", ","))
+
+    def rest(command):
+        values = " ".join(p.value + " " + " ".join(p.names) for p in command.positionals)
+        wanted = [a for word, a in {"LAUNCH": "_pantiq_classes", "CLASS": "_pantiq_classes", "FILTERS": "_pantiq_classes"}.items() if word in values][:1]
+        wanted += ["_files"] if any(w in values for w in ("FILE", "IN", "OUT")) else []
+        return f"'*: :{{{'; '.join(wanted)}}}'" if wanted else ""
+
+    cases = []
+    for command in commands:
+        lines = []
+        for option in command.options:
+            value = f":{plain(option.value)}:{'_files' if 'FILE' in option.value else ''}" if option.value else ""
+            for name in option.names:
+                lines.append(f"'{name}[{plain(option.text)}]{value}'")
+        lines += [rest(command)] if rest(command) else []
+        cases.append(f"    {command.name})\n      _arguments " + " \\\n        ".join(lines) + "\n      ;;")
+    return (ZSH.replace("@list@", CLASSES).replace("@cases@", "\n".join(cases))
+            .replace("@commands@", "\n".join(f"      '{c.name}:{plain(c.help)}'" for c in commands)))
+
+
+def fish(top, commands):
+    out = ["# Completion of pantiq for fish; made by tools/manual.py.", "complete -c pantiq -f",
+           "complete -c pantiq -n __fish_use_subcommand -l help -d 'Prints help'",
+           "complete -c pantiq -n __fish_use_subcommand -l version -d 'Prints the version'"]
+    for command in commands:
+        seen = f"-n '__fish_seen_subcommand_from {command.name}'"
+        out.append(f"complete -c pantiq -n __fish_use_subcommand -a {command.name} -d '{quoted(command.help)}'")
+        for option in command.options:
+            names = " ".join(("-l " + n[2:]) if n.startswith("--") else ("-s " + n[1:]) for n in option.names)
+            value = "" if not option.value else " -r -F" if "FILE" in option.value else " -x"
+            out.append(f"complete -c pantiq {seen} {names}{value} -d '{quoted(option.text)}'")
+        values = " ".join(p.value + " " + " ".join(p.names) for p in command.positionals)
+        if any(w in values for w in ("LAUNCH", "CLASS", "FILTERS")):
+            out.append(f"complete -c pantiq {seen} -a \"({CLASSES.replace('$1', chr(92) + '$1')})\"")
+        if any(w in values for w in ("FILE", "IN", "OUT")):
+            out.append(f"complete -c pantiq {seen} -F")
+    return "\n".join(out) + "\n"
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("program")
@@ -144,7 +216,8 @@ def main():
     commands = [Command(options.program, name) for name in top.commands]
     version = run(options.program, "--version").split()[1]
     wrong = 0
-    for name, text in {"pantiq.1": manual(version, top, commands), "completions/pantiq.bash": bash(top, commands)}.items():
+    for name, text in {"pantiq.1": manual(version, top, commands), "completions/pantiq.bash": bash(top, commands),
+                       "completions/_pantiq": zsh(top, commands), "completions/pantiq.fish": fish(top, commands)}.items():
         file = SHARE / name
         if not options.check:
             file.parent.mkdir(parents=True, exist_ok=True)

@@ -144,6 +144,8 @@ class Installed(unittest.TestCase):
         self.assertEqual(complete("pantiq", "inspect", "TPQMir"), ["TPQMirror"])
         self.assertEqual(complete("pantiq", "play", "moved"), ["moved there"])
         self.assertEqual(complete("pantiq", "play", "--seconds", ""), [""])
+        for other in ("zsh/vendor-completions/_pantiq", "fish/vendor_completions.d/pantiq.fish"):
+            self.assertIn("realtime", (self.prefix / "share" / other).read_text())
 
 
 if __name__ == "__main__":
