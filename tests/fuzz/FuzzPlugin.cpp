@@ -27,6 +27,7 @@ class Hostile {
   explicit Hostile(FuzzInput& in) : in_(in) {}
 
   std::uintptr_t Answer(std::uint32_t code, std::uintptr_t input) {
+    if (code == FF_GETPARAMETERTYPE && input < text_.size()) text_[input] = false;
     if (in_.OneIn(24)) {
       if (in_.OneIn(2)) throw 5;
       throw std::runtime_error("of the plug-in");
@@ -38,7 +39,7 @@ class Hostile {
         return in_.OneIn(6) ? Any() : static_cast<std::uintptr_t>(in_.Below(6));
       case FF_GETPARAMETERTYPE: {
         const std::uintptr_t type = in_.OneIn(6) ? Any() : in_.Pick(kTypes);
-        if (input < 8) text_[input] = static_cast<std::uint32_t>(type) == FF_TYPE_TEXT;
+        if (input < text_.size()) text_[input] = static_cast<std::uint32_t>(type) == FF_TYPE_TEXT;
         return type;
       }
       case FF_GETPARAMETERNAME:
@@ -46,10 +47,10 @@ class Hostile {
         return Text(16);
       case FF_GETPARAMETERDEFAULT:
       case FF_GETPARAMETER:
-        return input < 8 && text_[input] ? Text(0) : Any();
+        return input < text_.size() && text_[input] ? Text(0) : Any();
       case FF_SETPARAMETER: {
         const auto& set = *reinterpret_cast<const SetParameterStruct*>(input);
-        if (set.ParameterNumber < 8 && text_[set.ParameterNumber])
+        if (set.ParameterNumber < text_.size() && text_[set.ParameterNumber])
           Read(reinterpret_cast<const char*>(set.NewParameterTextOrBits));
         return Any();
       }
@@ -106,7 +107,7 @@ class Hostile {
   }
 
   FuzzInput& in_;
-  bool text_[8] = {};
+  std::vector<bool> text_ = std::vector<bool>(65536);  // parameters that it called texts
   std::size_t pixels_ = 0, depth_ = 3;
   PluginExtendedInfoStruct info_{};
   std::vector<std::unique_ptr<char[]>> texts_;
