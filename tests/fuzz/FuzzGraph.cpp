@@ -165,7 +165,6 @@ class Bench : public IJCPinProbe {
   }
   // An operation reached the beginning of the graph.
   void Returned(Tap& tap, TJCPin& pin, IJCNotifyOperation& op) {
-    // Whoever is called may end this tap.
     if (JCOperation<TJCMasterPumpOperation>(op) != nullptr && &pin == &tap.Image && budget_.load() > 0) {
       tap.Image.SubmitBuffer(PQMakeRef<TPQImageBuffer>(9, 7, vfRGB24));
       return;
@@ -191,10 +190,7 @@ class Bench : public IJCPinProbe {
     switch (in_.Below(6)) {
       case 0:
         throw Thrown{};
-      case 6:
-        return alone_ ? Destroy(in_.Below(static_cast<int>(components_.size()))) : void();
       case 1:
-        alone_ = false;
         return components_.empty() ? void() : WriteTo(*in_.Pick(components_), 0);
       case 2:
         return sink != nullptr ? sink->Disconnect() : void();
@@ -209,18 +205,9 @@ class Bench : public IJCPinProbe {
   }
 
   void Send(TJCPin& pin, PQOperationRef op) { pin.Notify(*op); }
-  // What is sent here may end any component, the pin's own included, before it has come back.
-  void SendAlone(TJCPin& pin, PQOperationRef op) {
-    alone_ = true;
-    struct Leave {
-      bool& alone;
-      ~Leave() { alone = false; }
-    } leave{alone_};
-    Send(pin, std::move(op));
-  }
   void SendFrom(PQOperationRef op) {
     for (const PQOwned<TComponent>& component : components_) {
-      if (IsTap(*component)) return SendAlone(static_cast<Tap&>(*component).Image, std::move(op));
+      if (IsTap(*component)) return Send(static_cast<Tap&>(*component).Image, std::move(op));
     }
   }
 
@@ -316,7 +303,7 @@ class Bench : public IJCPinProbe {
       case 9:
         return WriteTo(*in_.Pick(components_), 0);
       case 10: {
-        if (TJCPin* pin = AnyPin()) SendAlone(*pin, AnyOperation());
+        if (TJCPin* pin = AnyPin()) Send(*pin, AnyOperation());
         return;
       }
       default: {
@@ -529,7 +516,6 @@ class Bench : public IJCPinProbe {
   const std::thread::id thread_ = std::this_thread::get_id();
   std::atomic<int> budget_{kFrames};
   int depth_ = 0, number_ = 0, frame_number_ = 0, order_ = 0;
-  bool alone_ = false;
   RWSimulatedClock clock_;
   std::mutex mutex_;
   std::deque<PQDataBufferRef> held_;
