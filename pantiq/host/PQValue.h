@@ -17,6 +17,13 @@ class PQ_EXPORT PQValue {
  public:
   using List = std::vector<PQValue>;
   PQValue() = default;
+  // By assignment: a variant of these types that throws while it is copied into being destroys what it does not hold
+  // yet (libstdc++ 12 and older).
+  PQValue(const PQValue& other) { data_ = other.data_; }
+  PQValue(PQValue&&) noexcept = default;
+  PQValue& operator=(const PQValue&) = default;
+  PQValue& operator=(PQValue&&) noexcept = default;
+  ~PQValue() = default;
   PQValue(bool value) : data_(value) {}  // NOLINT(google-explicit-constructor)
   template <class Int, class = std::enable_if_t<std::is_integral_v<Int> && !std::is_same_v<Int, bool>>>
   PQValue(Int value) : data_(static_cast<std::int64_t>(value)) {}  // NOLINT(google-explicit-constructor)

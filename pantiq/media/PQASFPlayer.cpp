@@ -237,6 +237,17 @@ void TPQASFPlayer::NewThreadFrame(TPersistent*) {
   const unsigned run = streaming_.load();
   if (run == 0 || !IsCurrent(run)) return;
   const auto alive = Alive();
+  const bool waiting = video_queue_.ItemsCount() > 0 || audio_queue_.ItemsCount() > 0;
+  try {
+    SendWaiting(run, *alive);
+  } catch (...) {  // one is lost; those behind it, and the end, do not wait for a sample that may never come
+    if (!alive->load()) return;
+    ReportCaught(this, "a frame or a block of sound was lost");
+    if (waiting) NotifyThread().Notify();
+  }
+}
+
+void TPQASFPlayer::SendWaiting(unsigned run, const std::atomic<bool>& alive) {
   const auto global = JCGlobalLock().ReadLock();
   const auto section = Lock().WriteLock();
   int taken = 0;
@@ -248,15 +259,15 @@ void TPQASFPlayer::NewThreadFrame(TPersistent*) {
     if (!image && node == nullptr) break;
     if (image) {
       video_pace_.Given();
-      if (!SendImage(std::move(image), run, *alive)) return;
+      if (!SendImage(std::move(image), run, alive)) return;
     }
     if (node != nullptr) {
       audio_pace_.Given();
-      if (!SendAudio(std::move(node), run, *alive)) return;
+      if (!SendAudio(std::move(node), run, alive)) return;
     }
   }
   if (taken == kMostEntries) NotifyThread().Notify();
-  CheckEnd(run, *alive);
+  CheckEnd(run, alive);
 }
 
 // False once the run, or the player, is over.

@@ -42,6 +42,7 @@ class PQ_EXPORT TPQASFPlayer final : public TBXASFBasicPlayer {
   void IntResume() override;
   void InitStreams() override;
   void NewThreadFrame(TPersistent* sender) override;
+  void SendWaiting(unsigned run, const std::atomic<bool>& alive);
   long OnSample(int output, std::int64_t time, std::int64_t duration, unsigned flags, const PQPlatformBlock& sample,
                 void* context) override;
   void OnOutputFormat(int output, const PQMediaOutputProps& props) override;

@@ -209,9 +209,14 @@ void TPQDSCommonLogger::BeginAudio(const THTWaveFormat& format) {
 void TPQDSCommonLogger::StartGraph() {
   recorded_name_ = GetFileName();
   has_audio_ = HasAudioStream();
-  if (BuildGraph()) return;
-  failed_ = true;  // until the next start
-  DisconnectInterfaces();
+  failed_ = true;  // until the next start, unless it can be built
+  try {
+    failed_ = !BuildGraph();
+  } catch (...) {
+    DestroyGraph();
+    throw;
+  }
+  if (failed_) DisconnectInterfaces();
 }
 
 void TPQDSCommonLogger::EndVideo() {
@@ -247,21 +252,24 @@ void TPQDSCommonLogger::EndAVI(bool keep_tail) {
   const auto graph = graph_.GetInterface();
   if (running_.load() && graph != nullptr) {
     for (const PQFilterId source : {audio_source_, video_source_}) {
-      if (source != 0) (void)graph->EndOfStream(source);
+      if (source != 0) graph_.Ending([&] { (void)graph->EndOfStream(source); });
     }
-    const PQPlatformResult result = graph->Drain(keep_tail ? kFrameLimit : kCloseLimit);
-    if (!result.Ok()) {
+    graph_.Ending([&] {
+      const PQPlatformResult result = graph->Drain(keep_tail ? kFrameLimit : kCloseLimit);
+      if (result.Ok()) return;
       // What was to be kept is lost; other ends lose by what they are.
       const PQSeverity severity = keep_tail ? PQSeverity::Error : PQSeverity::Warning;
       Report(this, severity, "the end of " + recorded_name_ + " could not be written", result.code, result.detail);
-    }
+    });
   }
   DestroyGraph();
   video_begun_ = video_over_ = audio_begun_ = audio_over_ = failed_ = has_audio_ = false;
 }
 
 void TPQDSCommonLogger::DestroyGraph() {
-  if (const auto graph = graph_.GetInterface()) (void)graph->Stop();
+  graph_.Ending([this] {
+    if (const auto graph = graph_.GetInterface()) (void)graph->Stop();
+  });
   graph_.UnregisterGraph();
   running_.store(false);
   DisconnectInterfaces();

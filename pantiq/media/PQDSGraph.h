@@ -8,6 +8,7 @@
 
 #include "pantiq/core/JCStdTypes.h"
 #include "pantiq/host/PQComponent.h"
+#include "pantiq/host/PQReport.h"
 #include "pantiq/platform/PQMediaModule.h"
 
 namespace pantiq {
@@ -66,6 +67,16 @@ class PQ_EXPORT TDSGraph final : public TPersistent {
   // Report the text as it is, with the code and what the platform said.
   void Error(const std::string& text, const PQPlatformResult& result);
   void Warning(const std::string& text, const PQPlatformResult& result);
+
+  // Runs a part of an end. What it throws is reported and keeps back nothing that comes after it.
+  template <class Part>
+  void Ending(Part part) noexcept {
+    try {
+      part();
+    } catch (...) {
+      ReportCaught(&owner_, "a graph does not end properly");
+    }
+  }
 
   // Called with the owner when a graph is fully wired, before it runs. Before-start.
   void SetBeforeRun(std::function<void(TComponent& owner)> closure) { before_run_ = std::move(closure); }

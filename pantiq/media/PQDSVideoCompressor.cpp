@@ -112,18 +112,25 @@ TJCNotifyResult TPQDSVideoCompressor::StartCompression(TJCStartFrameOperation& s
 }
 
 void TPQDSVideoCompressor::StopCompression() {
-  PQPlatformResult result;
-  if (!stream_.KeepTail(
-          source_, [this] { return queue_.ItemsCount() == 0; }, result)) {
-    Report(this, PQSeverity::Warning, "the last frames could not be compressed", result.code, result.detail);
-  }
+  stream_.Graph().Ending([this] {
+    PQPlatformResult result;
+    if (!stream_.KeepTail(
+            source_, [this] { return queue_.ItemsCount() == 0; }, result)) {
+      Report(this, PQSeverity::Warning, "the last frames could not be compressed", result.code, result.detail);
+    }
+  });
   DestroyGraph();
 }
 
 // --- the graph ------------------------------------------------------------------------------------------------------
 
 bool TPQDSVideoCompressor::GetGraphI() {
-  if (BuildGraph()) return true;
+  try {
+    if (BuildGraph()) return true;
+  } catch (...) {  // half built it takes nothing
+    DestroyGraph();
+    throw;
+  }
   DisconnectInterfaces();
   return false;
 }
@@ -218,7 +225,9 @@ bool TPQDSVideoCompressor::BuildGraph() {
 
 void TPQDSVideoCompressor::DestroyGraph() {
   queue_.End();
-  if (const auto graph = stream_.Interface()) (void)graph->Stop();
+  stream_.Graph().Ending([this] {
+    if (const auto graph = stream_.Interface()) (void)graph->Stop();
+  });
   stream_.Graph().UnregisterGraph();
   running_.store(false);
   DisconnectInterfaces();
@@ -277,6 +286,18 @@ void TPQDSVideoCompressor::NewVideoBuffer(const PQPlatformBlock& sample) {
 
 void TPQDSVideoCompressor::NewThreadVideo() {
   const auto alive = stream_.Alive();
+  const bool waiting = queue_.ItemsCount() > 0;
+  try {
+    SendWaiting(*alive);
+  } catch (...) {  // one is lost; those behind it do not wait for the next sample, which may never come
+    if (alive->load()) {
+      ReportCaught(this, "a block was lost");
+      if (waiting) stream_.Notify();
+    }
+  }
+}
+
+void TPQDSVideoCompressor::SendWaiting(const std::atomic<bool>& alive) {
   for (int taken = 0; taken < kMostEntries; ++taken) {
     auto node = stream_.Locked([this] { return queue_.Get(); });
     if (node == nullptr) return;
@@ -294,8 +315,8 @@ void TPQDSVideoCompressor::NewThreadVideo() {
       }
     }
     queue_.DestroyBlock(node);
-    SendData(std::move(block), *alive);
-    if (!alive->load()) return;
+    SendData(std::move(block), alive);
+    if (!alive.load()) return;
   }
   stream_.Notify();  // there may be more
 }

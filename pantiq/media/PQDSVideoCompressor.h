@@ -62,7 +62,8 @@ class PQ_EXPORT TPQDSVideoCompressor final : public TComponent {
   void DestroyGraph();
   void DisconnectInterfaces();
   void NewVideoBuffer(const PQPlatformBlock& sample);  // on a thread of the graph
-  void NewThreadVideo();                               // on the notify thread
+  void NewThreadVideo();
+  void SendWaiting(const std::atomic<bool>& alive);  // on the notify thread
   void SendData(PQRef<TRWBlockBuffer> buffer, const std::atomic<bool>& alive);
   void Once(bool& told, PQSeverity severity, const std::string& text, const PQPlatformResult& result = {});
 

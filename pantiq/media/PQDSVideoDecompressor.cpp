@@ -132,11 +132,13 @@ TJCNotifyResult TPQDSVideoDecompressor::StartDecompression(TJCStartSampleRateOpe
 }
 
 void TPQDSVideoDecompressor::StopDecompression() {
-  PQPlatformResult result;
-  if (!stream_.KeepTail(
-          binary_, [this] { return queue_.ItemsCount() == 0; }, result)) {
-    Report(this, PQSeverity::Warning, "the last blocks could not be decompressed", result.code, result.detail);
-  }
+  stream_.Graph().Ending([this] {
+    PQPlatformResult result;
+    if (!stream_.KeepTail(
+            binary_, [this] { return queue_.ItemsCount() == 0; }, result)) {
+      Report(this, PQSeverity::Warning, "the last blocks could not be decompressed", result.code, result.detail);
+    }
+  });
   DestroyGraph();
   OutputPin.Stop();
 }
@@ -144,7 +146,12 @@ void TPQDSVideoDecompressor::StopDecompression() {
 // --- the graph ------------------------------------------------------------------------------------------------------
 
 bool TPQDSVideoDecompressor::GetGraphI() {
-  if (BuildGraph()) return true;
+  try {
+    if (BuildGraph()) return true;
+  } catch (...) {  // half built it takes nothing
+    DestroyGraph();
+    throw;
+  }
   DisconnectInterfaces();
   return false;
 }
@@ -295,14 +302,16 @@ bool TPQDSVideoDecompressor::RenderRaw(PQCodecGraph& graph) {
 void TPQDSVideoDecompressor::DestroyGraph() {
   queue_.End();
   if (filter_ != nullptr) filter_->Pin().Inactive();
-  if (const auto graph = stream_.Interface()) (void)graph->Stop();
+  stream_.Graph().Ending([this] {
+    if (const auto graph = stream_.Interface()) (void)graph->Stop();
+  });
   stream_.Graph().UnregisterGraph();
   running_.store(false);
   DisconnectInterfaces();
 }
 
 void TPQDSVideoDecompressor::DisconnectInterfaces() {
-  stream_.Graph().DestroyDownstream(binary_);
+  stream_.Graph().Ending([this] { stream_.Graph().DestroyDownstream(binary_); });
   stream_.Graph().ReleaseGraph();
   binary_ = tmp_source_ = null_ = compressor_ = grabber_ = 0;
   filter_.reset();
@@ -352,6 +361,18 @@ void TPQDSVideoDecompressor::NewVideoBuffer(const PQPlatformBlock& sample) {
 
 void TPQDSVideoDecompressor::NewThreadVideo() {
   const auto alive = stream_.Alive();
+  const bool waiting = queue_.ItemsCount() > 0;
+  try {
+    SendWaiting(*alive);
+  } catch (...) {  // one is lost; those behind it do not wait for the next sample, which may never come
+    if (alive->load()) {
+      ReportCaught(this, "a frame was lost");
+      if (waiting) stream_.Notify();
+    }
+  }
+}
+
+void TPQDSVideoDecompressor::SendWaiting(const std::atomic<bool>& alive) {
   for (int taken = 0; taken < kMostEntries; ++taken) {
     PQImageRef image = stream_.Locked([this] { return queue_.Get(); });
     if (!image) return;
@@ -359,9 +380,9 @@ void TPQDSVideoDecompressor::NewThreadVideo() {
     image->GetTimeCode().SetFrame(number);
     image->GetSequenceStamp().SetBufferNumber(number);
     OutputPin.SubmitBuffer(std::move(image));
-    if (!alive->load()) return;
+    if (!alive.load()) return;
     if (!resume_sent_.exchange(true)) OutputPin.Notify(*PQMakeRef<TJCRWResumeOperation>());
-    if (!alive->load()) return;
+    if (!alive.load()) return;
   }
   stream_.Notify();  // there may be more
 }

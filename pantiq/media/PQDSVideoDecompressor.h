@@ -69,7 +69,8 @@ class PQ_EXPORT TPQDSVideoDecompressor final : public TComponent {
   void DestroyGraph();
   void DisconnectInterfaces();
   void NewVideoBuffer(const PQPlatformBlock& sample);  // on a thread of the graph
-  void NewThreadVideo();                               // on the notify thread
+  void NewThreadVideo();
+  void SendWaiting(const std::atomic<bool>& alive);  // on the notify thread
 
   TPQDSVideoCompressionItems decompressions_{lock_};
   std::atomic<std::int32_t> width_{240}, height_{180};

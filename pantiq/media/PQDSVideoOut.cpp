@@ -204,7 +204,12 @@ TJCNotifyResult TPQDSVideoOut::AudioDispatch(TJCPin&, const TGUID*, IJCNotifyOpe
 void TPQDSVideoOut::Arrived(List& list, IJCNotifyOperation& op) {
   const bool stop = IsStop(op);
   if (stop) list.stops.fetch_add(1);
-  list.Push(PQOperationRef(&op));
+  try {
+    list.Push(PQOperationRef(&op));
+  } catch (...) {
+    if (stop) list.stops.fetch_sub(1);
+    throw;
+  }
   if (paused_.load() && !stop) return;
   const bool waiting = data_waiting_.load();
   {
@@ -443,11 +448,17 @@ bool TPQDSVideoOut::Open() {
     graph_.Error("Can't open the DV Device.", result);
     return false;
   }
-  if (!InitCaptureFilters(device) || !BuildGraph()) {
-    FreeFilters();
-    return false;
+  try {
+    if (!InitCaptureFilters(device) || !BuildGraph()) {
+      FreeFilters();
+      return false;
+    }
+    video_device_.SetOpenDevice(name);
+  } catch (...) {  // half built it shows nothing
+    graph_.UnregisterGraph();
+    Disconnect();
+    throw;
   }
-  video_device_.SetOpenDevice(name);
   opened_ = graph_built_ = true;
   return true;
 }
@@ -603,7 +614,9 @@ bool TPQDSVideoOut::StartRun() {
 // `taken`: the list whose stop it is, if that was taken from it. What was sent for a later start stays.
 void TPQDSVideoOut::IntStop(bool keep_tail, const List* taken) {
   if (keep_tail) {
-    if (video_running_.load() && !paused_.load() && !held_.load() && !flushing_.load()) PlayTail();
+    graph_.Ending([this] {
+      if (video_running_.load() && !paused_.load() && !held_.load() && !flushing_.load()) PlayTail();
+    });
     DropEnded(video_list_, taken == &video_list_);
     DropEnded(audio_list_, taken == &audio_list_);
   } else {
@@ -654,10 +667,12 @@ void TPQDSVideoOut::PlayTail() {
 void TPQDSVideoOut::Stop() {
   {
     const std::lock_guard control(control_mutex_);
-    if (const auto graph = Graph()) (void)graph->Stop();
+    graph_.Ending([this] {
+      if (const auto graph = Graph()) (void)graph->Stop();
+    });
     video_running_.store(false);
   }
-  Unadvise();
+  graph_.Ending([this] { Unadvise(); });
   {
     const std::lock_guard lock(clock_mutex_);
     clock_.reset();

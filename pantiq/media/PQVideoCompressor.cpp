@@ -53,7 +53,11 @@ void TPQVideoCompressor::BeforeDestruction() {
   InputPin.Disconnect();
   {
     JCFrameMutex::Guard guard(frame_mutex_);
-    StopCompression();
+    try {
+      StopCompression();
+    } catch (...) {  // the stop could not be made, or somebody below could not take it
+      ReportCaught(this, "the stop at the end of a component failed");
+    }
   }
   OutputPin.Disconnect();
   EnablePin.Disconnect();
@@ -81,6 +85,18 @@ TJCNotifyResult TPQVideoCompressor::VideoSinkDispatch(TJCPin&, const TGUID*, IJC
 
 TJCNotifyResult TPQVideoCompressor::StartCompression(TJCStartFrameOperation& start, TJCNotifyFlags flags) {
   if (handle_ != 0) StopCompression();
+  try {
+    OpenCodec(start);
+  } catch (...) {  // half open it takes no frames
+    if (handle_ != 0) DeallocateCompression();
+    throw;
+  }
+  if (handle_ == 0) return OutputPin.Notify(start, flags);
+  return OutputPin.Notify(
+      *PQMakeRef<TPQStartVideoCompressionOperation>(start.BlockSize, start.Rate, tag_, input_, output_), flags);
+}
+
+void TPQVideoCompressor::OpenCodec(const TJCStartFrameOperation& start) {
   if (GetEnabled()) {
     frame_counter_ = 0;
     told_failure_ = false;
@@ -101,9 +117,6 @@ TJCNotifyResult TPQVideoCompressor::StartCompression(TJCStartFrameOperation& sta
            result.code, result.detail);
     StopCompression();
   }
-  if (handle_ == 0) return OutputPin.Notify(start, flags);
-  return OutputPin.Notify(
-      *PQMakeRef<TPQStartVideoCompressionOperation>(start.BlockSize, start.Rate, tag_, input_, output_), flags);
 }
 
 void TPQVideoCompressor::FindCodec() {
@@ -175,16 +188,25 @@ bool TPQVideoCompressor::BeginCompression(PQPlatformResult& result) {
 
 void TPQVideoCompressor::StopCompression() {
   if (handle_ == 0) return;
-  (void)manager_->ICCompressEnd(handle_);
+  Guarded([this] { return manager_->ICCompressEnd(handle_); });
   DeallocateCompression();
   OutputPin.Stop();
 }
 
-void TPQVideoCompressor::DeallocateCompression() {
-  (void)manager_->ICClose(handle_);
+template <class Call>
+void TPQVideoCompressor::Guarded(Call call) noexcept {
+  try {
+    (void)call();
+  } catch (...) {  // one call that fails keeps back none of the others
+    ReportCaught(this, "a codec does not close properly");
+  }
+}
+
+void TPQVideoCompressor::DeallocateCompression() noexcept {
+  Guarded([this] { return manager_->ICClose(handle_); });
   if (memory_ != 0) {
-    (void)manager_->GlobalUnlock(memory_);
-    (void)manager_->GlobalFree(memory_);
+    Guarded([this] { return manager_->GlobalUnlock(memory_); });
+    Guarded([this] { return manager_->GlobalFree(memory_); });
   }
   handle_ = 0;
   capacity_ = 0;

@@ -47,7 +47,10 @@ class PQ_EXPORT TPQVideoCompressor final : public TComponent {
  private:
   TJCNotifyResult StartCompression(TJCStartFrameOperation& start, TJCNotifyFlags flags);
   void StopCompression();
-  void DeallocateCompression();
+  void DeallocateCompression() noexcept;
+  template <class Call>
+  void Guarded(Call call) noexcept;
+  void OpenCodec(const TJCStartFrameOperation& start);
   TJCNotifyResult DoCompression(TJCSuppliedBufferOperation& op, TJCNotifyFlags flags);
   void FindCodec();
   // Everything between the codec's opening and the first frame. False with a result if a step fails.

@@ -83,7 +83,11 @@ void TPQVideoDecompressor::BeforeDestruction() {
   InputPin.Disconnect();
   {
     JCFrameMutex::Guard guard(frame_mutex_);
-    StopDecompression();
+    try {
+      StopDecompression();
+    } catch (...) {  // the stop could not be made, or somebody below could not take it
+      ReportCaught(this, "the stop at the end of a component failed");
+    }
   }
   OutputPin.Disconnect();
   EnablePin.Disconnect();
@@ -133,6 +137,15 @@ TJCNotifyResult TPQVideoDecompressor::VideoSinkDispatch(TJCPin&, const TGUID*, I
 
 // --- start and stop -------------------------------------------------------------------------------------------------
 
+// A codec that an exception leaves half open takes no blocks.
+struct TPQVideoDecompressor::HalfOpen {
+  explicit HalfOpen(TPQVideoDecompressor& decompressor) : owner(decompressor) {}
+  ~HalfOpen() {
+    if (owner.handle_ != 0 && !owner.begun_) owner.DisconnectDecompression();
+  }
+  TPQVideoDecompressor& owner;
+};
+
 void TPQVideoDecompressor::BeginStream() {
   if (handle_ != 0) StopDecompression();
   frame_number_ = 0;
@@ -141,6 +154,7 @@ void TPQVideoDecompressor::BeginStream() {
 
 TJCNotifyResult TPQVideoDecompressor::StartDecompression(float rate, TJCNotifyFlags flags) {
   BeginStream();
+  const HalfOpen half_open(*this);
   const StreamForm form = Form();
   const std::int32_t bits = PQVideoFormatToBitCount(form.format);
   if (!GetEnabled() || bits == -1) return {};
@@ -176,6 +190,7 @@ TJCNotifyResult TPQVideoDecompressor::StartDecompression(float rate, TJCNotifyFl
 TJCNotifyResult TPQVideoDecompressor::StartVideoDecompression(TPQStartVideoCompressionOperation& start,
                                                               TJCNotifyFlags flags) {
   BeginStream();
+  const HalfOpen half_open(*this);
   if (!GetEnabled()) return {};
   input_ = start.OutputHeader;
   output_ = start.InputHeader;
@@ -210,6 +225,7 @@ TJCNotifyResult TPQVideoDecompressor::BeginDecompression(float rate, PQPlatformR
   if (handle_ != 0) {
     result = manager_->ICDecompressBegin(handle_, input_, AsCodecGives(output_));
     if (!result.Ok()) DisconnectDecompression();
+    begun_ = handle_ != 0;
   }
   if (handle_ == 0) {
     Report(this, PQSeverity::Warning, "No codec can be opened; no frames are announced.", result.code, result.detail);
@@ -237,15 +253,24 @@ TJCNotifyResult TPQVideoDecompressor::StartRetransmittion(TJCStartFrameOperation
 
 void TPQVideoDecompressor::StopDecompression() {
   if (handle_ != 0) {
-    (void)manager_->ICDecompressEnd(handle_);
+    try {
+      (void)manager_->ICDecompressEnd(handle_);
+    } catch (...) {
+      ReportCaught(this, "a codec does not end properly");
+    }
     DisconnectDecompression();
   }
   OutputPin.Stop();
 }
 
-void TPQVideoDecompressor::DisconnectDecompression() {
-  (void)manager_->ICClose(handle_);
+void TPQVideoDecompressor::DisconnectDecompression() noexcept {
+  try {
+    (void)manager_->ICClose(handle_);
+  } catch (...) {
+    ReportCaught(this, "a codec does not close properly");
+  }
   handle_ = 0;
+  begun_ = false;
 }
 
 // --- blocks ---------------------------------------------------------------------------------------------------------

@@ -61,7 +61,8 @@ class PQ_EXPORT TPQVideoDecompressor final : public TComponent {
   TJCNotifyResult StartVideoDecompression(TPQStartVideoCompressionOperation& start, TJCNotifyFlags flags);
   TJCNotifyResult StartRetransmittion(TJCStartFrameOperation& start, TJCNotifyFlags flags);
   void StopDecompression();
-  void DisconnectDecompression();
+  struct HalfOpen;
+  void DisconnectDecompression() noexcept;
   TJCNotifyResult DoDecompression(const IRWDataBuffer& buffer, TJCNotifyFlags flags);
   // A new stream: numbers and complaints begin anew.
   void BeginStream();
@@ -81,6 +82,7 @@ class PQ_EXPORT TPQVideoDecompressor final : public TComponent {
   JCFrameMutex frame_mutex_;
   PQCodecManager* manager_ = nullptr;
   PQCodecHandle handle_ = 0;
+  bool begun_ = false;  // the codec takes blocks
   std::uint32_t tag_ = 0;
   BITMAPINFOHEADER input_, output_;
   const PQRef<TPQImageBuffer> images_[2];  // upside down, and the frame
