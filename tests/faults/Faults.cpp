@@ -5,12 +5,14 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <thread>
 
+#include "pantiq/core/JCStdTypes.h"
 #include "pantiq/core/PQFramePool.h"
 
 extern "C" {
@@ -167,6 +169,9 @@ void EveryAllocation(const std::string& name, const std::function<void(Trial&)>&
   void* warm[2];
   (void)backtrace(warm, 2);  // loads what it needs
   std::set_terminate(Terminated);
+  (void)JCGlobalLock();  // made once, by whatever thread needs it first
+  const std::int64_t faults_before = g_faults.load();
+  const auto begin = std::chrono::steady_clock::now();
   ++g_scenarios;
   std::int64_t asked = 0;
   Trial first, second;
@@ -185,6 +190,11 @@ void EveryAllocation(const std::string& name, const std::function<void(Trial&)>&
     asked = g_asked.load();
     g_faults += g_failed ? 1 : 0;
     PQFramePool::Trim();
+    // A thread that ended itself lets go of what it holds a moment later.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    while (g_live.load() > live + 1 && &trial != &first && std::chrono::steady_clock::now() < deadline) {
+      std::this_thread::yield();
+    }
     const std::int64_t kept = g_live.load() - live - (trial.finding_.capacity() > 15 ? 1 : 0);
     const std::int64_t frames = PQFramePool::LiveBlocks() - blocks;
     const bool good = trial.finding_.empty() && (&trial == &first || (kept <= 0 && frames == 0));
@@ -218,6 +228,10 @@ void EveryAllocation(const std::string& name, const std::function<void(Trial&)>&
       if (!g_failed) break;
     }
   }
+  const auto spent = std::chrono::steady_clock::now() - begin;
+  std::printf("%s: %lld failed allocations, %lld ms\n", name.c_str(),
+              static_cast<long long>(g_faults.load() - faults_before),
+              static_cast<long long>(std::chrono::duration_cast<std::chrono::milliseconds>(spent).count()));
 }
 
 std::string FaultsInjected() {

@@ -10,6 +10,7 @@
 #include "pantiq/design/PQRegister.h"
 #include "pantiq/host/PQReport.h"
 #include "support/AnyBench.h"
+#include "support/FakeMedia.h"
 
 namespace pantiq::test {
 namespace {
@@ -176,6 +177,34 @@ TEST_F(Throwing, AGeneratorsOwnThreadGoesOn) {
     SetReportListener({});
     EXPECT_GE(told, 4);
   }
+}
+
+// A player's frames come on its own thread, and after the last there is no other to wake it.
+TEST_F(Throwing, APlayersStreamComesToItsEnd) {
+  FakeModule module;
+  module.state.outputs = {FakeVideo(16, 8, 400000, 4)};
+  module.state.duration = 1600000;
+  std::mutex mutex;
+  std::condition_variable changed;
+  int frames = 0, stops = 0;
+  Bench bench;
+  bench.Build("TPQASFPlayer", "FileName = 'in.asf'\n");
+  for (const auto& drain : bench.drains) {
+    drain->on_op = [&](IJCNotifyOperation& op) {
+      const bool frame = JCOperation<TJCSuppliedBufferOperation>(op) != nullptr;
+      {
+        const std::lock_guard guard(mutex);
+        frames += frame;
+        stops += &op.Tag() == &TJCStopOperation::kTag;
+        changed.notify_all();
+      }
+      if (frame) Throw(Thrown::Foreign);
+    };
+  }
+  bench.AskToStart();
+  std::unique_lock guard(mutex);
+  changed.wait(guard, [&] { return stops > 0; });
+  EXPECT_EQ(frames, 4);
 }
 
 }  // namespace
