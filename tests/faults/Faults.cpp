@@ -213,7 +213,7 @@ void EveryAllocation(const std::string& name, const std::function<void(Trial&)>&
   ASSERT_GT(second.sights_, 0) << name << " saw nothing";
   ASSERT_EQ(second.seen_, first.seen_) << name << " does not repeat itself";
   // A lack of memory at each place once; where only some are tried, others each time that the step moves on.
-  const std::int64_t stride = kSanitized && !Long() ? 1 + asked / 150 : 1;
+  const std::int64_t stride = kSanitized && !Long() ? 1 + asked / 60 : 1;
   int bad = 0;
   for (const Failing failing : {Failing::Once, Failing::FromThereOn}) {
     for (std::int64_t nth = 1; bad < 5; nth += stride) {
