@@ -36,7 +36,7 @@ class Hostile {
       case FF_GETEXTENDEDINFO:
         return Info();
       case FF_GETNUMPARAMETERS:
-        return in_.OneIn(6) ? Any() : static_cast<std::uintptr_t>(in_.Below(6));
+        return in_.OneIn(64) ? Any() : static_cast<std::uintptr_t>(in_.Below(6));
       case FF_GETPARAMETERTYPE: {
         const std::uintptr_t type = in_.OneIn(6) ? Any() : in_.Pick(kTypes);
         if (input < text_.size()) text_[input] = static_cast<std::uint32_t>(type) == FF_TYPE_TEXT;
