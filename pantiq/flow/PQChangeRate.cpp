@@ -62,6 +62,7 @@ void TPQChangeRate::Start(TJCStartFrameOperation& start) {
   output_rate_ = GetFrameRate();
   silent_ = false;
   needed_ = 0;
+  ++stream_;
   previous_ = {};
   buffers_.clear();
   counter_ = 0, input_time_ = 0, output_time_ = 0, lead_ = 0;
@@ -110,22 +111,29 @@ TJCNotifyResult TPQChangeRate::BufferOperation(TJCSuppliedBufferOperation& op, T
 TJCNotifyResult TPQChangeRate::UpSample(const PQImageRef& frame, TJCNotifyFlags flags) {
   TJCNotifyResult result;
   std::size_t last_submitted = 0;
-  const std::size_t count = buffers_.size();
+  // A sink may throw, or begin the stream anew from inside: what is half done then does not stay.
+  const unsigned stream = stream_;
+  const PQImageRef previous = std::move(previous_);
+  auto buffers = std::move(buffers_);
+  buffers_.clear();
+  const std::size_t count = buffers.size();
   double frame_weight = 0;
   for (std::size_t i = 0; i < count; ++i) {
     frame_weight += weight_step_;
-    BlendBuffers(*previous_, *frame, *buffers_[i], frame_weight);
+    BlendBuffers(*previous, *frame, *buffers[i], frame_weight);
     if (i + 1 < count || lead_ >= output_interval_) {
-      result |= Submit(*buffers_[i], flags);
+      result |= Submit(*buffers[i], flags);
+      if (stream != stream_) return result;
       output_time_ += output_interval_;
       ++counter_;
       if (last_submitted != i)
-        buffers_[last_submitted]->Assign(TPQImageBuffer());  // of a thousand, one stays in memory
+        buffers[last_submitted]->Assign(TPQImageBuffer());  // of a thousand, one stays in memory
       last_submitted = i;
     }
     lead_ = input_time_ - output_time_;
   }
-  previous_ = buffers_[last_submitted];
+  previous_ = buffers[last_submitted];
+  buffers_ = std::move(buffers);
   return result;
 }
 
@@ -169,6 +177,7 @@ void TPQChangeRate::BlendBuffers(const IPQImageBuffer& first, const IPQImageBuff
 }
 
 void TPQChangeRate::ReCreateFrameBufferArray() {
+  ++stream_;
   buffers_.clear();
   for (std::size_t i = 0; i < needed_; ++i) buffers_.push_back(PQMakeRef<TPQImageBuffer>());
 }

@@ -58,6 +58,7 @@ class PQ_EXPORT TPQChangeRate final : public TPQCommonFilter {
   PQImageRef previous_;
   std::vector<PQRef<TPQImageBuffer>> buffers_;
   std::size_t needed_ = 0;
+  unsigned stream_ = 0;  // counts the beginnings
   bool silent_ = false;  // no frame leaves
   double output_rate_ = 0;
   double input_interval_ = 0, output_interval_ = 0;     // seconds
