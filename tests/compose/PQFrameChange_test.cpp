@@ -47,6 +47,8 @@ TEST(PQFrameChange, OperationsInTheirOrder) {
     c.source.Start(6, 1);
     EXPECT_EQ(c.Send(before, 6, vfGrayScale), before) << "the first after a new start";
     EXPECT_EQ(c.Send(now, 6, vfGrayScale), expected);
+    c.source.Start(6, 1);
+    EXPECT_EQ(c.Send(before, 6, vfGrayScale), before) << "also one of the same form";
   }
 }
 

@@ -89,6 +89,12 @@ TEST(JCPins, ASinkMayDisconnectOrDieInsideTheCall) {
   source.OutputPin.Stop();
   EXPECT_EQ(first.ops, 1);
   EXPECT_EQ(last.ops, 2);
+  // One that is disconnected before its turn is passed over.
+  ASSERT_TRUE(source.OutputPin.Connect(first.InputPin).Ok());
+  last.on_op = [&](IJCNotifyOperation&) { first.InputPin.Disconnect(); };
+  source.OutputPin.Stop();
+  EXPECT_EQ(last.ops, 3);
+  EXPECT_EQ(first.ops, 1);
 }
 
 TEST(JCPins, ASourceMayDieInsideItsOwnCall) {

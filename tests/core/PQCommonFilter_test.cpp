@@ -58,11 +58,13 @@ TEST(PQCommonFilter, PassesStartsStopsPumpsAndTheUnknown) {
   chain.source.OutputPin.SubmitBuffer(MakeFrame(64, 48));
   chain.source.Start(32, 24);  // a change of size, without a stop
   chain.source.OutputPin.Stop();
+  chain.source.OutputPin.Notify(*PQMakeRef<TJCRWPauseOperation>());
   chain.filter.swallow_stop = true;
   chain.source.OutputPin.Stop();
   EXPECT_EQ(chain.sink.log, (std::vector<std::string>{"TJCStartFrameOperation 64x48 400000 2", "TJCPumpRequestOperation",
                                                       "TJCStartPumpOperation", "TJCRWPauseOperation", "frame 64x48 0",
-                                                      "TJCStartFrameOperation 32x24 400000 0", "TJCStopOperation"}));
+                                                      "TJCStartFrameOperation 32x24 400000 0", "TJCStopOperation",
+                                                      "TJCRWPauseOperation"}));
   EXPECT_EQ(chain.filter.log, "reset 64;reset 32;stop;stop;");
 
   chain.sink.InputPin.Notify(*PQMakeRef<TJCStartOperation>());
@@ -228,6 +230,9 @@ TEST(PQCommonROIMatrixFilter, ClipsForTheMaskAndKeepsTheRim) {
     EXPECT_EQ(Bytes(*chain.sink.last), Bytes(*frame));
     chain.filter.GetMaskSize().Set({7, 7});
     EXPECT_EQ(chain.filter.GetAnchor().GetX(), 60000) << "any other anchor stays";
+    chain.filter.GetAnchor().Set({3, 60000});
+    chain.filter.GetMaskSize().Set({9, 9});
+    EXPECT_EQ(chain.filter.GetAnchor().GetX(), 3) << "also one in the middle of one side alone";
     PQFramePool::SetFillByte(-1);
   }
 }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <semaphore>
 #include <stdexcept>
 #include <thread>
 
@@ -148,6 +149,21 @@ TEST(RWThreads, ANotifyThreadCoalescesAndMayEndItself) {
   WaitFor(runs, 1);
   raw->Notify();
   WaitFor(runs, 2);
+}
+
+TEST(RWThreads, NotifiesThatComeDuringARunMakeOneMore) {
+  std::counting_semaphore<> begun(0), may_end(0);
+  TRWNotifyThread thread([&] {
+    begun.release();
+    may_end.acquire();
+  });
+  thread.Notify();
+  begun.acquire();
+  for (int i = 0; i < 5; ++i) thread.Notify();
+  may_end.release();
+  begun.acquire();
+  may_end.release(100);
+  EXPECT_FALSE(begun.try_acquire_for(std::chrono::milliseconds(10)));
 }
 
 TEST(RWThreads, AReleasedClockIsSilent) {

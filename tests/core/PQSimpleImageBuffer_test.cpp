@@ -111,6 +111,12 @@ TEST(PQSimpleImageBuffer, FillGetPixelClear) {
   EXPECT_EQ(gray->GetPixel(0, 0), 0x808080u);
   gray->Clear();
   EXPECT_EQ(Bytes(*gray), (std::vector<int>(4, 0)));
+  auto packed = Frame(4, 1, vfYUY2);
+  packed->Fill(0x2040E0);
+  auto unpacked = Frame(4, 1, vfYUY2);
+  unpacked->Assign(*packed);
+  unpacked->SetFormat(vfRGB24);
+  for (int x = 0; x < 4; ++x) EXPECT_EQ(packed->GetPixel(x, 0), unpacked->GetPixel(x, 0)) << x;
 }
 
 TEST(PQSimpleImageBuffer, StampsTravelByValue) {

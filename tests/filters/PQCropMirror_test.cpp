@@ -88,6 +88,10 @@ TEST(PQMirror, GivesTheSameFrameWhateverTheBlockHeld) {
     EXPECT_EQ(bytes, first);
   }
   PQFramePool::SetFillByte(-1);
+  Chain<TPQMirror> chain;
+  chain.filter.SetMirrorType(static_cast<TPQMirrorType>(9));
+  const PQImageRef frame = MakeFrame(31, 17);
+  EXPECT_EQ(Bytes(*chain.Send(frame)), Bytes(*frame)) << "there is no such axis";
 }
 
 }  // namespace

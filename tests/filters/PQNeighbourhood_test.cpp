@@ -245,6 +245,8 @@ TEST(PQMorphShape, StoredForms) {
   };
   EXPECT_TRUE(shape.SetMatrixData(ints({2, 1, 5})).Ok());
   EXPECT_EQ(Rows(filter), "110 000") << "short masks are filled with zeros";
+  shape.SetItem(2, 1, true);
+  EXPECT_EQ(Rows(filter), "110 001") << "and grow with a cell that is set behind them";
   EXPECT_NE(shape.SetMatrixData(ints({1000000, 1})).Text().find("says 1000000 cells and holds 1"), std::string::npos);
   EXPECT_FALSE(shape.SetMatrixData(ints({-1})).Ok());
   EXPECT_FALSE(shape.SetMatrixData({PQValue(std::string("x"))}).Ok());

@@ -50,6 +50,24 @@ TYPED_TEST(NoiseTest, ASeedBeginsAgainAtEachStart) {
   EXPECT_NE(Bytes(*fresh.Send(frame)), first);
 }
 
+// A seed that is set while a frame is worked on is not overwritten by that frame's end.
+class SetsItsSeed final : public TPQCommonNoiseFilter {
+ public:
+  explicit SetsItsSeed(TComponent* owner = nullptr) : TPQCommonNoiseFilter(owner) {}
+  ~SetsItsSeed() override { BeforeDestructionOnce(); }
+
+ protected:
+  void AddNoise(std::uint8_t*, int, IppiSize, std::uint16_t& seed) override {
+    SetSeed(7);
+    (&seed)[0] = (&seed)[1] = 99;
+  }
+};
+TEST(PQNoiseFilter, ASeedThatIsSetDuringAFrameStays) {
+  Chain<SetsItsSeed> chain;
+  chain.Send(MakeFrame(4, 3));
+  EXPECT_EQ(chain.filter.GetSeed(), 7);
+}
+
 TYPED_TEST(NoiseTest, ARegionAloneGetsNoise) {
   Chain<TypeParam> chain;
   chain.filter.GetRegion().Set({true, 3, 2, 5, 4});

@@ -415,6 +415,11 @@ TEST(PQRealToFrame, FillsFramesAndKeepsTheRest) {
   EXPECT_EQ(Bytes(*b.sink.last), (std::vector<int>{9, 8, 7, 0}));
   b.source.OutputPin.Notify(*PQMakeRef<TJCRWPauseOperation>());
   EXPECT_EQ(b.sink.log.back(), "TJCRWPauseOperation");
+  b.source.Send({1});
+  b.source.Start(100);
+  b.source.Send({1, 2, 3, 4});
+  EXPECT_EQ(Bytes(*b.sink.last), (std::vector<int>{1, 2, 3, 4})) << "a start begins a frame";
+  EXPECT_EQ(b.sink.last->GetTimeStamp().GetBegin(), 0) << "and counts anew";
   b.source.Start(0);
   EXPECT_EQ(b.sink.log.back(), "TJCStartFrameOperation 2x2 0 0");
   b.filter.SetWidth(4000000000u);

@@ -85,6 +85,20 @@ TEST_F(Switch, AnswersAStartItselfWithoutASource) {
   EXPECT_EQ(sink.log, (Log{"TJCPumpRequestOperation", "TJCStartFrameOperation 8x6 400000 0"}));
 }
 
+TEST_F(Switch, ClosedFromInsideItsStartStaysClosed) {
+  int starts = 0, frames = 0;
+  sink.on_op = [&](IJCNotifyOperation& op) {
+    if (JCOperation<TJCSuppliedBufferOperation>(op) != nullptr) ++frames;
+    if (JCOperation<TJCStartFrameOperation>(op) == nullptr) return;
+    ++starts;
+    gate.SetEnabled(false);
+  };
+  source.Start(2, 2);
+  Frame();
+  EXPECT_EQ(starts, 1);
+  EXPECT_EQ(frames, 0);
+}
+
 // Whoever opens and closes on another thread: no frame overtakes the start that announces it.
 TEST_F(Switch, FramesNeverComeBeforeTheirStart) {
   std::atomic<bool> done{false};

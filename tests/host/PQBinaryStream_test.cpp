@@ -43,6 +43,8 @@ TEST(PQBinaryStream, EveryKindSurvives) {
   EXPECT_EQ(PQWriteText(copy), PQWriteText(full));
   EXPECT_EQ(*copy.picture.GetSnapshot(), *full.picture.GetSnapshot());
   EXPECT_EQ(PQWriteBinary(copy), bytes);
+  ASSERT_TRUE(PQReadBinary(bytes, copy, links, faults));
+  EXPECT_EQ(PQWriteBinary(copy), bytes) << "what is read takes the place of the items that were there";
   EXPECT_EQ(PQWriteBinary(TestComponent()).size(), 8u + 2 + 5 + 5 + 2);  // nothing but the empty collection
 }
 

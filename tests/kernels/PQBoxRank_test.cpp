@@ -391,6 +391,15 @@ TEST(PQBoxRank, EllipseOfADot) {
             "#######"
             "#######"
             ".#####.");
+  // Of a slim one the outermost rows hold no cell.
+  ASSERT_EQ(ownDilateEllipseBorderReplicate_8u_C3R(dot.At(0, 0), dot.Step(), pixels.data(), dot.Step(), {9, 9}, {2, 8},
+                                                   {1, 4}),
+            ippStsNoErr);
+  shape.clear();
+  for (int y = 1; y < 9; ++y) {
+    for (int x = 4; x < 6; ++x) shape += pixels[static_cast<std::size_t>(y * 27 + x * 3)] != 0 ? '#' : '.';
+  }
+  EXPECT_EQ(shape, "..############..");
   std::uint8_t byte[3] = {};
   EXPECT_EQ(ippiCopyReplicateBorder_8u_C3IR(nullptr, 0, {0, 0}, {0, 0}, 0, 0), ippStsNullPtrErr);
   EXPECT_EQ(ippiCopyReplicateBorder_8u_C3IR(byte, 0, {1, 1}, {1, 1}, 0, 1), ippStsSizeErr);

@@ -42,6 +42,7 @@ TEST(PQPoint, TwistOfOnePixel) {
       {"just below a half", {0, 0, 0, 0.5f - tiny / 2, 0, 0, 0, 254.49998f, 0, 0, 0, 254.5f}, {0, 0, 0}, {0, 254, 254}},
       {"limits", {0, 0, 0, 254.6f, 0, 0, 0, 1e9f, 0, 0, 0, -0.0f}, {0, 0, 0}, {255, 255, 0}},
       {"beyond 32 bits", {3e7f, 0, 0, 0, 0, -3e7f, 0, 0, 1e30f, 1e30f, -1e30f, 0}, {255, 255, 255}, {255, 0, 255}},
+      {"an offset beyond 32 bits", {0, 0, 0, 3e9f, 0, 0, 0, -3e9f, 0, 0, 0, kInfinity}, {9, 9, 9}, {255, 0, 255}},
       {"infinite", {kInfinity, 0, 0, 0, 0, -kInfinity, 0, 0, kInfinity, -kInfinity, 0, 0}, {1, 1, 1}, {255, 0, 0}},
       {"not a number", {kInfinity, 0, 0, 0, 0, kNaN, 0, 0, 0, 0, 0, kNaN}, {0, 7, 7}, {0, 0, 0}},
       // 2^24 + 1 rounds back to 2^24: the order of the terms and the rounding after each show.

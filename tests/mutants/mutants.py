@@ -5,6 +5,7 @@
   mutants.py kernels core:3      only these rooms, or the third one of a room
   mutants.py --check             only looks whether the lists fit the sources
   mutants.py --report FILE       writes the outcome there as well
+  mutants.py --trust             takes it that all passes without a fault
 
 Works on a copy of the tree in build/mutants: the sources themselves are never touched.
 """
@@ -125,7 +126,12 @@ def end_all(*_):
 
 
 def configure():
-    settings = ["CMAKE_BUILD_TYPE=Release", "CMAKE_UNITY_BUILD=OFF",
+    # What may be changed is compiled source by source, and for a short build where the speed does not matter.
+    single = WORK / "single.cmake"
+    single.write_text("".join(f"cmake_language(DEFER CALL set_target_properties pantiq_{room} PROPERTIES UNITY_BUILD OFF)\n" +
+                              f"cmake_language(DEFER CALL target_compile_options pantiq_{room} PRIVATE -O1)\n" * (room != "kernels")
+                              for room in ROOMS))
+    settings = ["CMAKE_BUILD_TYPE=Release", "CMAKE_UNITY_BUILD=ON", f"CMAKE_PROJECT_pantiq_INCLUDE={single}",
                 "CMAKE_DISABLE_PRECOMPILE_HEADERS=ON", "CMAKE_GTEST_DISCOVER_TESTS_DISCOVERY_MODE=PRE_TEST",
                 "PANTIQ_MEDIA=OFF", "PANTIQ_DIALOGS=OFF", "PANTIQ_APP=OFF", "PANTIQ_EXAMPLES=OFF", "PANTIQ_BENCH=OFF",
                 "PANTIQ_TESTS=ON"]
@@ -141,12 +147,17 @@ def build(room):
     return run(["cmake", "--build", BUILD, "--target", f"test_{room}", "-j", str(os.cpu_count())])
 
 
+# Sources whose tests bear another name.
+FAMILIES = [("Box", "BoxRank"), ("MinMax", "BoxRank"), ("Median", "BoxRank"), ("BorderRank", "BoxRank"), ("Color", "Color"),
+            ("Sampling", "Affine*:*Warp"), ("Cpu", "Dispatch")]
+
+
 def families(path):
     """The tests that are named after a source come first: they are the likeliest to notice."""
-    stem = pathlib.Path(path).stem
-    for end in ("_px", "_simd"):
-        stem = stem.removesuffix(end)
-    return f"*{stem.removeprefix('PQ').removeprefix('TPQ')}*"
+    stem = pathlib.Path(path).stem.removesuffix("_px").removesuffix("_simd").removeprefix("PQ")
+    if "/kernels/" in path:
+        stem = next((family for begin, family in FAMILIES if stem.startswith(begin)), stem)
+    return f"*{stem}*"
 
 
 def test(program, room, path, limit):
@@ -168,6 +179,7 @@ def main():
     arguments = argparse.ArgumentParser()
     arguments.add_argument("--check", action="store_true")
     arguments.add_argument("--report")
+    arguments.add_argument("--trust", action="store_true")
     arguments.add_argument("which", nargs="*")
     given = arguments.parse_args()
     mutants = read_lists()
@@ -194,11 +206,12 @@ def main():
         if code != 0:
             sys.exit(f"{output[-4000:]}\nmutants: test_{room} cannot be built without a fault either")
         start = time.time()
-        outcome = test(BUILD / "bin" / f"test_{room}", room, None, 1800)
+        outcome = "missed" if given.trust else test(BUILD / "bin" / f"test_{room}", room, None, 1800)
         if outcome != "missed":
             sys.exit(f"mutants: without a fault test_{room} is {outcome}")
-        limits[room] = 120 + 5 * (time.time() - start)
-        print(f"test_{room} passes without a fault in {time.time() - start:.0f} s", flush=True)
+        limits[room] = 1200 if given.trust else 120 + 5 * (time.time() - start)
+        if not given.trust:
+            print(f"test_{room} passes without a fault in {time.time() - start:.0f} s", flush=True)
 
     # One fault is built while the one before is tested.
     outcomes, waiting = {}, queue.Queue(maxsize=1)
