@@ -16,10 +16,11 @@ constinit const PQClassTag TPQCommonROIMatrixFilterIntermidiate::kTag{"TPQCommon
 
 const PQClassInfo& TPQCommonFilter::Class() {
   static const PQClassInfo& info =
-      PQDescribe<TPQCommonFilter>("TPQCommonFilter", "PQCommonFilter", "Base of filters with one image in and one image out.")
+      PQDescribe<TPQCommonFilter>("TPQCommonFilter", "PQCommonFilter",
+                                  "Base of filters with one image in and one image out.")
           .Inherits<TComponent>()
-          .Property("Enabled", &TPQCommonFilter::GetEnabled, &TPQCommonFilter::SetEnabled, PQDefault(true), PQActs::NextFrame,
-                    "False lets frames pass unfiltered.")
+          .Property("Enabled", &TPQCommonFilter::GetEnabled, &TPQCommonFilter::SetEnabled, PQDefault(true),
+                    PQActs::NextFrame, "False lets frames pass unfiltered.")
           .Pin("InputPin", &TPQCommonFilter::InputPin, "Frames in.")
           .Pin("OutputPin", &TPQCommonFilter::OutputPin, "Frames out.")
           .Done();
@@ -147,19 +148,19 @@ void TPQCommonFilter::RestoreBufferSize(const IPQImageBuffer& first, IPQImageBuf
 // --- TPQCommonROIFilter ---------------------------------------------------------------------------------------------
 
 const PQClassInfo& TPQCommonROIFilter::Class() {
-  static const PQClassInfo& info =
-      PQDescribe<TPQCommonROIFilter>("TPQCommonROIFilter", "PQCommonFilter", "Base of filters that can work on a region.")
-          .Inherits<TPQCommonFilter>()
-          .Object("Region", &TPQCommonROIFilter::GetRegion, PQActs::NextFrame,
-                  "The part of the frame to work on; the rest passes unchanged.")
-          .Done();
+  static const PQClassInfo& info = PQDescribe<TPQCommonROIFilter>("TPQCommonROIFilter", "PQCommonFilter",
+                                                                  "Base of filters that can work on a region.")
+                                       .Inherits<TPQCommonFilter>()
+                                       .Object("Region", &TPQCommonROIFilter::GetRegion, PQActs::NextFrame,
+                                               "The part of the frame to work on; the rest passes unchanged.")
+                                       .Done();
   return info;
 }
 
 TPQCommonROIFilter::TPQCommonROIFilter(TComponent* owner) : TPQCommonFilter(owner), region_(Lock()) {}
 
-void TPQCommonROIFilter::ReclaculateRoiAndOffset(IppiSize& size, const std::uint8_t*& source, const IPQImageBuffer& buffer,
-                                                 std::uint8_t*& destination) {
+void TPQCommonROIFilter::ReclaculateRoiAndOffset(IppiSize& size, const std::uint8_t*& source,
+                                                 const IPQImageBuffer& buffer, std::uint8_t*& destination) {
   if (!region_.GetEnabled()) return;
   const TPQRectRegion::Values region = region_.Get();
   if (!region.enabled) return;
@@ -198,18 +199,20 @@ void TPQCommonROIFilter::CopyRim(const IPQImageBuffer& in, std::uint8_t* written
 // --- TPQCommonROISizeFilter -----------------------------------------------------------------------------------------
 
 const PQClassInfo& TPQCommonROISizeFilter::Class() {
-  static const PQClassInfo& info =
-      PQDescribe<TPQCommonROISizeFilter>("TPQCommonROISizeFilter", "PQCommonFilter", "Base of filters that change the size.")
-          .Inherits<TPQCommonROIFilter>()
-          .Property("Interpolation", &TPQCommonROISizeFilter::GetInterpolation, &TPQCommonROISizeFilter::SetInterpolation,
-                    PQDefault(imLinear), PQActs::NextFrame, "How values between pixels are found.")
-          .Object("OutputSize", &TPQCommonROISizeFilter::GetOutputSize, PQActs::NextStart,
-                  "Size of the output; 0 keeps the input's size on that axis.")
-          .Done();
+  static const PQClassInfo& info = PQDescribe<TPQCommonROISizeFilter>("TPQCommonROISizeFilter", "PQCommonFilter",
+                                                                      "Base of filters that change the size.")
+                                       .Inherits<TPQCommonROIFilter>()
+                                       .Property("Interpolation", &TPQCommonROISizeFilter::GetInterpolation,
+                                                 &TPQCommonROISizeFilter::SetInterpolation, PQDefault(imLinear),
+                                                 PQActs::NextFrame, "How values between pixels are found.")
+                                       .Object("OutputSize", &TPQCommonROISizeFilter::GetOutputSize, PQActs::NextStart,
+                                               "Size of the output; 0 keeps the input's size on that axis.")
+                                       .Done();
   return info;
 }
 
-TPQCommonROISizeFilter::TPQCommonROISizeFilter(TComponent* owner) : TPQCommonROIFilter(owner), output_size_(Lock(), 0, 0) {}
+TPQCommonROISizeFilter::TPQCommonROISizeFilter(TComponent* owner)
+    : TPQCommonROIFilter(owner), output_size_(Lock(), 0, 0) {}
 
 void TPQCommonROISizeFilter::SetInterpolation(TPQInterpolation interpolation) {
   auto section = Lock().WriteLock();
@@ -234,9 +237,18 @@ void TPQCommonROISizeFilter::ProcessDisabled(const PQImageRef& in, PQImageRef& o
 
 // --- TPQCommonROIMatrixFilter ---------------------------------------------------------------------------------------
 
+namespace {
+
+TPQAnchor::Values CentreOf(const TPQSize::Values& mask) {
+  return {static_cast<std::uint16_t>(mask.width / 2), static_cast<std::uint16_t>(mask.height / 2)};
+}
+
+}  // namespace
+
 const PQClassInfo& TPQCommonROIMatrixFilter::Class() {
   static const PQClassInfo& info =
-      PQDescribe<TPQCommonROIMatrixFilter>("TPQCommonROIMatrixFilter", "PQCommonFilter", "Base of filters with a neighbourhood.")
+      PQDescribe<TPQCommonROIMatrixFilter>("TPQCommonROIMatrixFilter", "PQCommonFilter",
+                                           "Base of filters with a neighbourhood.")
           .Inherits<TPQCommonROIFilter>()
           .Object("MaskSize", &TPQCommonROIMatrixFilter::GetMaskSize, PQActs::NextFrame,
                   PQObjectDefaults{{{"Width", PQValue(3)}, {"Height", PQValue(3)}}}, "Size of the neighbourhood.")
@@ -250,7 +262,8 @@ const PQClassInfo& TPQCommonROIMatrixFilter::Class() {
 TPQCommonROIMatrixFilter::TPQCommonROIMatrixFilter(TComponent* owner)
     : TPQCommonROIFilter(owner),
       mask_size_(Lock(), 3, 3, [this] { MaskSizeChanged(); }),
-      anchor_(Lock(), 1, 1, [this] { Changed(&anchor_); }) {}
+      anchor_(
+          Lock(), 1, 1, [this] { Changed(&anchor_); }, [this] { return CentreOf(mask_size_.Get()); }) {}
 
 void TPQCommonROIMatrixFilter::MaskSizeChanged() {
   bool moved = false;
@@ -259,9 +272,8 @@ void TPQCommonROIMatrixFilter::MaskSizeChanged() {
     auto section = Lock().WriteLock();
     const TPQSize::Values mask = mask_size_.Get(), old = last_mask_;
     last_mask_ = mask;
-    const TPQAnchor::Values anchor = anchor_.Get();
-    if (anchor.x == old.width / 2 && anchor.y == old.height / 2) {
-      centre = {static_cast<std::uint16_t>(mask.width / 2), static_cast<std::uint16_t>(mask.height / 2)};
+    if (anchor_.Get() == CentreOf(old)) {
+      centre = CentreOf(mask);
       moved = true;
     }
   }
@@ -286,7 +298,8 @@ void TPQCommonROIMatrixFilter::ReclaculateRoiAndOffsetInt(IppiSize& size, const 
     size = {0, 0};
     return;
   }
-  const std::ptrdiff_t offset = std::ptrdiff_t{anchor.y} * buffer.GetStep() + std::ptrdiff_t{anchor.x} * buffer.GetPixelSize();
+  const std::ptrdiff_t offset =
+      std::ptrdiff_t{anchor.y} * buffer.GetStep() + std::ptrdiff_t{anchor.x} * buffer.GetPixelSize();
   source += offset;
   destination += offset;
   size = {width, height};

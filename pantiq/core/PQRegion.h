@@ -10,8 +10,8 @@
 
 namespace pantiq {
 
-// Numbers that are read and written together. `lock` is the owner's and outlives this object; `changed` runs after a change,
-// outside the lock.
+// Numbers that are read and written together. `lock` is the owner's and outlives this object; `changed` runs after a
+// change, outside the lock.
 template <class Numbers>
 class TPQGuardedNumbers : public TPersistent {
  public:
@@ -112,8 +112,10 @@ class PQ_EXPORT TPQAnchor final : public TPQGuardedNumbers<TPQAnchorValues> {
  public:
   static const PQClassTag kTag;
   static const PQClassInfo& Class();
-  TPQAnchor(const TJCObject& lock, std::uint16_t x, std::uint16_t y, std::function<void()> changed = {})
-      : TPQGuardedNumbers(lock, {x, y}, std::move(changed)) {}
+  // `centre`, of any thread, is where a change of the mask's size moves the anchor to.
+  TPQAnchor(const TJCObject& lock, std::uint16_t x, std::uint16_t y, std::function<void()> changed = {},
+            std::function<Values()> centre = {})
+      : TPQGuardedNumbers(lock, {x, y}, std::move(changed)), centre_(std::move(centre)) {}
   const PQClassTag& Tag() const noexcept override { return kTag; }
   const PQClassInfo& ClassInfo() const override { return Class(); }
 
@@ -125,6 +127,12 @@ class PQ_EXPORT TPQAnchor final : public TPQGuardedNumbers<TPQAnchorValues> {
   void SetY(std::uint16_t y) {
     Update([&](Values& v) { v.y = y; });
   }
+
+  // It does not stand in the mask's centre.
+  bool IsAway() const { return centre_ && Get() != centre_(); }
+
+ private:
+  std::function<Values()> centre_;
 };
 
 // A rectangle of a frame, in pixels. Starts disabled, 240 by 180 at the top left corner.

@@ -144,7 +144,7 @@ void PQBinaryWriter::Property(TPersistent& object, const PQProperty& property) {
   }
   if (!property.get || !property.set) return;
   const PQValue value = property.get(object);
-  if (PQIsDefault(property, value)) return;
+  if (PQIsDefault(property, object, value)) return;
   Text(PQTag::Text, property.name);
   if (property.kind == PQKind::Enumeration && value.Int() != nullptr) {
     const std::string_view word = WordOf(property, *value.Int());

@@ -89,6 +89,9 @@ struct PQProperty {
   std::vector<PQWord> words;
   std::vector<std::pair<std::string, PQValue>> object_defaults;  // Object: defaults other than the class's own
 
+  // If it is there and says so, the value is stored although it is the default: where loading something else moves it.
+  bool (*kept)(const TPersistent&) = nullptr;
+
   // Simple kinds. `get` and `set` are null for objects, collections and pins. `set` is given a value of the right kind.
   std::function<PQValue(const TPersistent&)> get;
   std::function<PQStatus(TPersistent&, const PQValue&)> set;
@@ -161,6 +164,10 @@ struct PQOrder {
   explicit PQOrder(int o) : order(o) {}
 };
 struct PQNotStored {};
+struct PQKept {  // stored although it is the default if `when` says so
+  bool (*when)(const TPersistent&);
+  explicit PQKept(bool (*w)(const TPersistent&)) : when(w) {}
+};
 struct PQBareValue {};  // this property takes a bare value in a launch line
 struct PQFile {         // this text names a file that is read, or one that is written
   PQFileUse use;
@@ -262,6 +269,7 @@ std::vector<PQProperty> PinParts(const TPersistent& persistent) {
 inline void ApplyOption(PQProperty& p, const PQUnit& o) { p.unit = o.text; }
 inline void ApplyOption(PQProperty& p, const PQOrder& o) { p.order = o.order; }
 inline void ApplyOption(PQProperty& p, PQNotStored) { p.stored = false; }
+inline void ApplyOption(PQProperty& p, PQKept o) { p.kept = o.when; }
 inline void ApplyOption(PQProperty& p, PQBareValue) { p.is_default_of_class = true; }
 inline void ApplyOption(PQProperty& p, PQFile o) { p.file_use = o.use; }
 inline void ApplyOption(PQProperty& p, PQActs o) { p.acts = o; }

@@ -61,8 +61,8 @@ struct PQTextUpdate {
 // Properties that the object does not know are kept.
 PQ_EXPORT void PQUpdateText(PQTextNode& block, const TPersistent& object, const PQTextUpdate& how);
 
-// True if the value is the property's default, so that it need not be stored. A property without a default has none.
-PQ_EXPORT bool PQIsDefault(const PQProperty& property, const PQValue& value);
+// True if the object's value is the property's default and need not be stored. A property without a default has none.
+PQ_EXPORT bool PQIsDefault(const PQProperty& property, const TPersistent& object, const PQValue& value);
 
 // The default of a sub-property inside an object property: what the outer property says, else the inner one's own.
 PQ_EXPORT PQProperty PQWithOuterDefault(const PQProperty* outer, PQProperty inner);

@@ -96,7 +96,7 @@ class Present {
         default: {
           if (!p.get || !p.set) continue;
           const PQValue value = p.get(object);
-          entry.is_default = PQIsDefault(p, value);
+          entry.is_default = PQIsDefault(p, object, value);
           entry.value = PQFormatValue(p, value);
           break;
         }
@@ -314,8 +314,8 @@ void PQUpdateText(PQTextNode& block, const TPersistent& object, const PQTextUpda
   Updater(how).Update(block, object, how.indent);
 }
 
-bool PQIsDefault(const PQProperty& property, const PQValue& value) {
-  if (property.default_value.IsEmpty()) return false;
+bool PQIsDefault(const PQProperty& property, const TPersistent& object, const PQValue& value) {
+  if (property.default_value.IsEmpty() || (property.kept != nullptr && property.kept(object))) return false;
   if (property.kind == PQKind::Float && property.single_precision && value.Float() != nullptr &&
       property.default_value.Float() != nullptr) {
     return PQValue(static_cast<float>(*value.Float())) == PQValue(static_cast<float>(*property.default_value.Float()));

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <thread>
 
+#include "pantiq/core/PQGraph.h"
 #include "pantiq/filters/PQBoxFilter.h"
 #include "pantiq/filters/PQFixedFilter.h"
 #include "pantiq/filters/PQMorphFilter.h"
@@ -51,6 +52,29 @@ void ExpectUnchanged(C& chain, const PQImageRef& frame) {
     EXPECT_EQ(Bytes(*chain.Send(frame)), Bytes(*frame));
   }
   PQFramePool::SetFillByte(-1);
+}
+
+// The size of the mask, which is loaded first, moves an anchor in the centre: one that stood elsewhere has to come back,
+// also where it has the values that a new filter's has.
+TEST(PQBoxFilter, AnchorsComeBackFromEveryPlace) {
+  PQBoxFilter::Register();
+  for (const TPQSize::Values mask : {TPQSize::Values{3, 3}, {5, 5}, {3, 5}, {1, 1}, {7, 3}}) {
+    for (const TPQAnchor::Values anchor : {TPQAnchor::Values{1, 1}, {2, 1}, {1, 2}, {2, 2}, {0, 0}, {3, 1}}) {
+      PQGraph graph, from_text, from_bytes;
+      std::vector<PQFault> faults;
+      auto* const filter = PQCast<TPQBoxFilter>(graph.Add(TPQBoxFilter::Class(), "box"));
+      filter->GetMaskSize().Set(mask);
+      filter->GetAnchor().Set(anchor);
+      std::string text;
+      std::vector<std::uint8_t> bytes;
+      ASSERT_TRUE(graph.SaveText(text).Ok() && graph.SaveBinary(bytes).Ok());
+      ASSERT_TRUE(from_text.LoadText(text, faults) && from_bytes.LoadBinary(bytes, faults));
+      for (const PQGraph* loaded : {&from_text, &from_bytes}) {
+        EXPECT_TRUE(PQCast<TPQBoxFilter>(loaded->Find("box"))->GetAnchor().Get() == anchor)
+            << mask.width << "x" << mask.height << " " << anchor.x << "," << anchor.y << "\n" << text;
+      }
+    }
+  }
 }
 
 TEST(PQBoxFilter, MaskAnchorAndRegionDecideWhatIsWritten) {
