@@ -348,14 +348,19 @@ TJCPin* TJCPin::GetConnectedPin(int index) const {
   return nullptr;
 }
 
-TJCPin* TJCPin::GetSourcePin() const {
-  std::lock_guard guard(Topology());
-  const Table* table = core_->table.load(std::memory_order_relaxed);
+// The source of a sink whose table this is. Under Topology().
+template <class Table>
+static TJCPin* SourceIn(const Table* table, const TJCPin* sink) {
   if (table == nullptr) return nullptr;
   for (const auto& wire : table->wires) {
-    if (wire->Alive() && wire->sink == this) return wire->source;
+    if (wire->Alive() && wire->sink == sink) return wire->source;
   }
   return nullptr;
+}
+
+TJCPin* TJCPin::GetSourcePin() const {
+  std::lock_guard guard(Topology());
+  return SourceIn(core_->table.load(std::memory_order_relaxed), this);
 }
 
 bool TJCPin::IsCompatible(const TJCPin& other) const {
@@ -364,16 +369,18 @@ bool TJCPin::IsCompatible(const TJCPin& other) const {
 }
 
 bool TJCPin::DirectDependsOn(const TJCPin& other) const {
+  std::lock_guard guard(Topology());
   return std::find(function_sinks_.begin(), function_sinks_.end(), &other) != function_sinks_.end();
 }
 
 bool TJCPin::DependsOn(const TJCPin& other) const {
-  // Upwards from this source: its function sinks, their sources, and so on. A pin is walked once.
+  // Upwards from this source: its function sinks, their sources, and so on. A pin is walked once; none may go meanwhile.
   std::vector<const TJCPin*> sources{this};
+  std::lock_guard guard(Topology());
   for (std::size_t i = 0; i < sources.size(); ++i) {
-    if (sources[i]->DirectDependsOn(other)) return true;
     for (const TJCPin* sink : sources[i]->function_sinks_) {
-      const TJCPin* source = sink->GetSourcePin();
+      if (sink == &other) return true;
+      const TJCPin* source = SourceIn(sink->core_->table.load(std::memory_order_relaxed), sink);
       if (source != nullptr && std::find(sources.begin(), sources.end(), source) == sources.end())
         sources.push_back(source);
     }
@@ -495,8 +502,15 @@ TJCNotifyResult TJCPin::DispatchData(const TGUID* id, IJCNotifyOperation& op, TJ
 
 // --- lists ----------------------------------------------------------------------------------------------------------
 
-void TJCFunctionSinkPinList::Add(const TJCPin& sink, bool /*direct*/) { source_->function_sinks_.push_back(&sink); }
-void TJCFunctionSinkPinList::Remove(const TJCPin& sink) { std::erase(source_->function_sinks_, &sink); }
+void TJCFunctionSinkPinList::Add(const TJCPin& sink, bool /*direct*/) {
+  std::lock_guard guard(Topology());
+  source_->function_sinks_.push_back(&sink);
+}
+
+void TJCFunctionSinkPinList::Remove(const TJCPin& sink) {
+  std::lock_guard guard(Topology());
+  std::erase(source_->function_sinks_, &sink);
+}
 
 TJCPinList::~TJCPinList() { Clear(); }
 

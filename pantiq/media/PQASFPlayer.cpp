@@ -330,12 +330,12 @@ void TPQASFPlayer::CheckEnd(unsigned run, const std::atomic<bool>& alive) {
   const bool video_over = video_ended && video_queue_.ItemsCount() == 0;
   const bool audio_over = audio_ended && audio_queue_.ItemsCount() == 0;
   if (video_over && audio_over) {
+    if (!EndRun(run)) return;
     if (has_video_ && frame_number_ == 0) {
       Report(this, PQSeverity::Warning,
              GetFileName() + ": ended without a frame, though it has a video stream; the file is damaged or cut short");
       if (!alive.load()) return;
     }
-    if (!EndRun(run)) return;
     AudioOutputPin.Stop();
     if (alive.load()) OutputPin.Stop();
   } else if (audio_over && !ignore_sent_) {
