@@ -689,6 +689,23 @@ TJCNotifyResult TJCClockSinkPin::DispatchData(const TGUID*, IJCNotifyOperation& 
   return {};
 }
 
+namespace {
+
+// Pins of a ring whose values two threads set at the same time would send both values round without an end.
+class Hop {
+ public:
+  Hop() { ++count; }
+  ~Hop() { --count; }
+  bool IsOneTooMany() const { return count > kMost; }
+
+ private:
+  static constexpr int kMost = 64;  // values of state pins that one thread sends on inside each other
+  static thread_local int count;
+};
+thread_local int Hop::count = 0;
+
+}  // namespace
+
 template <class Value, class Operation>
 bool TJCStatePin<Value, Operation>::Store(Value value) {
   auto section = WriteLock();
@@ -699,16 +716,18 @@ bool TJCStatePin<Value, Operation>::Store(Value value) {
 
 template <class Value, class Operation>
 void TJCStatePin<Value, Operation>::SetValue(Value value) {
-  if (Store(value)) Notify(*PQMakeRef<Operation>(value));
+  const Hop hop;
+  if (Store(value) && !hop.IsOneTooMany()) Notify(*PQMakeRef<Operation>(value));
 }
 
 template <class Value, class Operation>
 TJCNotifyResult TJCStatePin<Value, Operation>::DispatchData(const TGUID*, IJCNotifyOperation& op,
                                                             TJCNotifyFlags flags) {
   const auto* value = JCOperation<Operation>(op);
+  const Hop hop;
   if (value == nullptr || !Store(value->Value)) return {};
   if (on_value_) on_value_(value->Value);
-  return Notify(op, flags);
+  return hop.IsOneTooMany() ? TJCNotifyResult{} : Notify(op, flags);
 }
 
 template <class Value, class Operation>
