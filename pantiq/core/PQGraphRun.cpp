@@ -82,6 +82,7 @@ struct PQGraphRun::Impl {
     std::atomic<bool> held{false};    // its stop waits until the pacer has passed on what it has
     std::vector<Moment*> moments;     // that frames here bring about, in order
     std::atomic<bool> started{false}, stopped{false}, full{false};
+    std::atomic<bool> ignored{false};  // its source has said that nothing will come
     std::atomic<std::int64_t> frames{0}, buffers{0}, first{-1}, position{0};
 
     bool Before(TJCPin&, IJCNotifyOperation& op) override {
@@ -94,6 +95,8 @@ struct PQGraphRun::Impl {
         started.store(true);
         stopped.store(false);
         held.store(false);
+      } else if (JCOperation<TJCIgnoreStreamOperation>(op) != nullptr) {
+        ignored.store(true);
       } else if (JCOperation<TJCStopOperation>(op) != nullptr) {
         if (node->pacer != nullptr && !run->ending.load() && node->pacer->Waiting(*pin) > 0) {
           held.store(true);
@@ -346,7 +349,7 @@ struct PQGraphRun::Impl {
   // second request would start the source anew.
   void Start() {
     for (const auto& input : inputs) {
-      if (!input->at_sink || input->started.load() || stop.load()) continue;
+      if (!input->at_sink || input->started.load() || input->ignored.load() || stop.load()) continue;
       input->pin->Notify(*PQMakeRef<TJCStartSampleRateOperation>(0, 0.0));
     }
   }
