@@ -349,7 +349,6 @@ TJCPin* TJCPin::GetConnectedPin(int index) const {
 }
 
 // The source of a sink whose table this is. Under Topology().
-template <class Table>
 static TJCPin* SourceIn(const Table* table, const TJCPin* sink) {
   if (table == nullptr) return nullptr;
   for (const auto& wire : table->wires) {
